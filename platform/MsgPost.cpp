@@ -1,0 +1,225 @@
+// Finding message threads by name, posting to them, and sending with a wait for the answer.
+#include "ETL_MsgQueueHelper.h"
+#include "ETL_TraceHelper.h"
+#include "MsgPlatform.h"
+#include "MsgWire.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+namespace ETL_MsgQueueHelper {
+
+namespace {
+
+constexpr int kPostTimeoutMs = 1000;
+
+std::mutex& HandleMutex()
+{
+    static std::mutex s_mutex;
+    return s_mutex;
+}
+
+// Handles are indexes (plus one) into the names looked up so far; stable for the process.
+std::vector<std::string>& HandleNames()
+{
+    static std::vector<std::string> s_names;
+    return s_names;
+}
+
+std::string NameOfHandle(msgThread hThread)
+{
+    std::lock_guard<std::mutex> lock(HandleMutex());
+    if (hThread == 0 || hThread > HandleNames().size())
+        return std::string();
+    return HandleNames()[hThread - 1];
+}
+
+// One unbound socket for every post of the process; the kernel waits at most a second for room.
+int PostSocket()
+{
+    static int s_fd = [] {
+        int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (fd >= 0) {
+            timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
+            (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+            int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
+            (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+        }
+        return fd;
+    }();
+    return s_fd;
+}
+
+bool MakeAddress(const std::string& strPath, sockaddr_un& addr)
+{
+    if (strPath.empty() || strPath.size() >= sizeof(addr.sun_path))
+        return false;
+    std::memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
+    return true;
+}
+
+// Sends one datagram to a thread socket. 0, or MSG_SEND_NO_THREAD / MSG_SEND_TIMEOUT.
+int SendDatagram(int fd, const std::string& strName, const std::string& strDgram)
+{
+    sockaddr_un addr;
+    if (!MakeAddress(wire::ThreadSocketPath(strName.c_str()), addr))
+        return MSG_SEND_NO_THREAD;
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPostTimeoutMs);
+    for (;;) {
+        if (sendto(fd, strDgram.data(), strDgram.size(), 0, reinterpret_cast<const sockaddr*>(&addr),
+                   sizeof(addr)) >= 0)
+            return MSG_SEND_OK;
+        if (errno == EINTR)
+            continue;
+        if ((errno == EAGAIN || errno == ENOBUFS) && std::chrono::steady_clock::now() < tEnd) {
+            // The receiver's kernel queue is full (its own queue is full too): wait a moment.
+            (void)poll(nullptr, 0, 1);
+            continue;
+        }
+        if (errno == EAGAIN || errno == ENOBUFS)
+            return MSG_SEND_TIMEOUT;
+        return MSG_SEND_NO_THREAD;
+    }
+}
+
+int Post(msgThread hThread, const wire::Header& header, const void* pData)
+{
+    std::string strName = NameOfHandle(hThread);
+    if (strName.empty())
+        return MSG_SEND_NO_THREAD;
+    if (chThreadLocal::Impl* pLocal = FindLocalThread(strName)) {
+        PostToLocalThread(pLocal, header, pData);
+        return MSG_SEND_OK;
+    }
+    int fd = PostSocket();
+    if (fd < 0)
+        return MSG_SEND_NO_THREAD;
+    return SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
+}
+
+bool CheckExtra(int nSize, const void* pData)
+{
+    return nSize == 0 || (nSize > 0 && nSize <= MSG_MAX_EXTRA && pData != nullptr);
+}
+
+} // namespace
+
+msgThread msgGetThreadByName(const char* szName)
+{
+    std::string strPath = wire::ThreadSocketPath(szName);
+    if (strPath.empty())
+        return 0;
+    struct stat st;
+    if (FindLocalThread(szName) == nullptr && (stat(strPath.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)))
+        return 0;
+    std::lock_guard<std::mutex> lock(HandleMutex());
+    std::vector<std::string>& vecNames = HandleNames();
+    for (size_t i = 0; i < vecNames.size(); ++i) {
+        if (vecNames[i] == szName)
+            return static_cast<msgThread>(i + 1);
+    }
+    vecNames.push_back(szName);
+    return static_cast<msgThread>(vecNames.size());
+}
+
+int msgPostMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t nLparam)
+{
+    return msgPostMsgToThreadEx(hThread, nId, nWparam, nLparam, 0, nullptr);
+}
+
+int msgPostMsgToThreadEx(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t nLparam, int nSize,
+                         const void* pData)
+{
+    if (!CheckExtra(nSize, pData))
+        return MSG_SEND_NO_THREAD;
+    wire::Header header;
+    header.nKind = wire::KIND_POST;
+    header.nId = nId;
+    header.nWparam = nWparam;
+    header.nLparam = nLparam;
+    header.nSize = static_cast<uint32_t>(nSize);
+    return Post(hThread, header, pData);
+}
+
+int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t nLparam, int nSize,
+                       const void* pData, int nTimeoutMs, int* pnReply, std::string* pReplyData)
+{
+    if (!CheckExtra(nSize, pData))
+        return MSG_SEND_NO_THREAD;
+    std::string strName = NameOfHandle(hThread);
+    if (strName.empty())
+        return MSG_SEND_NO_THREAD;
+
+    // The answer comes back to a socket of our own, bound to a unique name beside the threads.
+    static std::atomic<unsigned> s_nCounter{0};
+    unsigned nSerial = ++s_nCounter;
+    char szOwn[64];
+    snprintf(szOwn, sizeof(szOwn), ".send-%d-%u", static_cast<int>(getpid()), nSerial);
+    sockaddr_un own;
+    if (wire::EnsureQueueDir() != 0 || !MakeAddress(wire::QueueDir() + "/" + szOwn, own))
+        return MSG_SEND_NO_THREAD;
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return MSG_SEND_NO_THREAD;
+    (void)unlink(own.sun_path);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) != 0) {
+        close(fd);
+        return MSG_SEND_NO_THREAD;
+    }
+    timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+
+    wire::Header header;
+    header.nKind = wire::KIND_SEND;
+    header.nId = nId;
+    header.nWparam = nWparam;
+    header.nLparam = nLparam;
+    header.nSeq = nSerial ^ (static_cast<uint32_t>(getpid()) << 12);
+    header.nSize = static_cast<uint32_t>(nSize);
+    int nResult = SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
+
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs < 0 ? 0 : nTimeoutMs);
+    std::vector<unsigned char> vecBuf(wire::MAX_DATAGRAM + 1);
+    while (nResult == MSG_SEND_OK) {
+        auto nLeft = std::chrono::duration_cast<std::chrono::milliseconds>(tEnd - std::chrono::steady_clock::now());
+        if (nLeft.count() <= 0) {
+            nResult = MSG_SEND_TIMEOUT;
+            break;
+        }
+        pollfd pfd{fd, POLLIN, 0};
+        int nReady = poll(&pfd, 1, static_cast<int>(nLeft.count()));
+        if (nReady < 0 && errno == EINTR)
+            continue;
+        if (nReady <= 0) {
+            nResult = MSG_SEND_TIMEOUT;
+            break;
+        }
+        ssize_t nGot = recv(fd, vecBuf.data(), vecBuf.size(), MSG_TRUNC);
+        wire::Header reply;
+        if (nGot < 0 || static_cast<size_t>(nGot) >= vecBuf.size() ||
+            wire::DecodeDatagram(vecBuf.data(), static_cast<size_t>(nGot), reply) != nullptr ||
+            reply.nKind != wire::KIND_REPLY || reply.nSeq != header.nSeq)
+            continue;
+        if (pnReply != nullptr)
+            *pnReply = reply.nLparam;
+        if (pReplyData != nullptr)
+            pReplyData->assign(reinterpret_cast<const char*>(vecBuf.data()) + wire::HEADER_SIZE, reply.nSize);
+        break;
+    }
+    close(fd);
+    (void)unlink(own.sun_path);
+    return nResult;
+}
+
+} // namespace ETL_MsgQueueHelper

@@ -1,0 +1,504 @@
+// Named message threads: registration, the receiver that queues datagrams in arrival order, the
+// loop that hands them to the thread object one at a time, and replies.
+#include "ETL_MsgQueueHelper.h"
+#include "ETL_TraceHelper.h"
+#include "MsgLoop.h"
+#include "MsgPlatform.h"
+#include "MsgWire.h"
+
+#include <asio/post.hpp>
+#include <asio/signal_set.hpp>
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <map>
+#include <mutex>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace ETL_MsgQueueHelper {
+
+asio::io_context& PlatformLoop()
+{
+    static asio::io_context s_loop(1);
+    return s_loop;
+}
+
+struct ReplyContext {
+    int fd = -1;
+    sockaddr_un addr{};
+    socklen_t nAddrLen = 0;
+    uint32_t nSeq = 0;
+    bool bWantsReply = false;
+    bool bReplied = false;
+};
+
+namespace {
+
+// Bounds of one thread's queue; past them the receiver stops reading and senders time out.
+constexpr size_t kMaxQueuedMessages = 100000;
+constexpr size_t kMaxQueuedBytes = 64u * 1024u * 1024u;
+
+struct QueuedMsg {
+    wire::Header header;
+    std::vector<unsigned char> vecExtra;
+    sockaddr_un replyAddr{};
+    socklen_t nReplyLen = 0;
+};
+
+void SendReply(ReplyContext& ctx, int nResult, const void* pData, int nSize)
+{
+    if (!ctx.bWantsReply || ctx.bReplied)
+        return;
+    ctx.bReplied = true;
+    wire::Header header;
+    header.nKind = wire::KIND_REPLY;
+    header.nLparam = nResult;
+    header.nSeq = ctx.nSeq;
+    header.nSize = (pData != nullptr && nSize > 0) ? static_cast<uint32_t>(nSize) : 0;
+    if (header.nSize > wire::MAX_EXTRA)
+        header.nSize = wire::MAX_EXTRA;
+    std::string strDgram = wire::EncodeDatagram(header, pData);
+    if (sendto(ctx.fd, strDgram.data(), strDgram.size(), MSG_DONTWAIT,
+               reinterpret_cast<const sockaddr*>(&ctx.addr), ctx.nAddrLen) < 0)
+        ETL_TraceHelper::etlTrace(2, "msgqueue: reply to a sender failed: %s", strerror(errno));
+}
+
+} // namespace
+
+struct chThreadLocal::Impl {
+    explicit Impl(chThreadLocal& owner) : thread(owner) {}
+
+    chThreadLocal& thread;
+    std::string strName;
+    simpHandler pPlainHandler = nullptr;
+
+    int fd = -1;
+    int fdLock = -1;
+    std::string strSocketPath;
+    std::string strLockPath;
+    std::thread receiver;
+
+    std::mutex mutex;
+    std::condition_variable cvSpace;
+    std::deque<QueuedMsg> queue;
+    size_t nQueuedBytes = 0;
+    bool bDrainScheduled = false;
+    bool bStopping = false;
+
+    std::unique_ptr<asio::signal_set> pSignals;
+    int nExitStatus = 0;
+    // Drains already posted to the loop check this first, so a destroyed thread is never touched.
+    std::shared_ptr<bool> pAlive = std::make_shared<bool>(true);
+
+    void ScheduleDrain()
+    {
+        std::weak_ptr<bool> wpAlive = pAlive;
+        asio::post(PlatformLoop(), [this, wpAlive] {
+            if (!wpAlive.expired())
+                DrainOne();
+        });
+    }
+
+    // Called from any thread: queue one message and make sure the loop will drain.
+    void Enqueue(QueuedMsg&& msg, bool bWaitForRoom)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (bWaitForRoom) {
+            cvSpace.wait(lock, [this] {
+                return bStopping || (queue.size() < kMaxQueuedMessages && nQueuedBytes < kMaxQueuedBytes);
+            });
+            if (bStopping)
+                return;
+        }
+        nQueuedBytes += msg.vecExtra.size();
+        queue.push_back(std::move(msg));
+        if (!bDrainScheduled) {
+            bDrainScheduled = true;
+            ScheduleDrain();
+        }
+    }
+
+    // Runs on the loop: handles one message, then yields so timers due meanwhile get their turn.
+    void DrainOne()
+    {
+        QueuedMsg msg;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (queue.empty()) {
+                bDrainScheduled = false;
+                return;
+            }
+            msg = std::move(queue.front());
+            queue.pop_front();
+            nQueuedBytes -= msg.vecExtra.size();
+        }
+        cvSpace.notify_one();
+        Handle(msg);
+        std::lock_guard<std::mutex> lock(mutex);
+        if (queue.empty())
+            bDrainScheduled = false;
+        else
+            ScheduleDrain();
+    }
+
+    void Handle(QueuedMsg& queued)
+    {
+        ReplyContext ctx;
+        ctx.fd = fd;
+        ctx.nSeq = queued.header.nSeq;
+        ctx.bWantsReply = queued.header.nKind == wire::KIND_SEND && queued.nReplyLen > sizeof(sa_family_t);
+        ctx.addr = queued.replyAddr;
+        ctx.nAddrLen = queued.nReplyLen;
+        void* pExtra = queued.vecExtra.empty() ? nullptr : queued.vecExtra.data();
+        msgObject msg(queued.header.nId, queued.header.nWparam, queued.header.nLparam, pExtra,
+                      static_cast<int>(queued.vecExtra.size()), &ctx);
+        int nResult = thread.TryThreadMessage(msg);
+        // A sender always learns that the handling is over: with the handler's answer, else
+        // with the dispatcher's result.
+        SendReply(ctx, nResult != 0 ? 1 : 0, nullptr, 0);
+    }
+
+    void ReceiveLoop()
+    {
+        std::vector<unsigned char> vecBuf(wire::MAX_DATAGRAM + 1);
+        for (;;) {
+            sockaddr_un from{};
+            socklen_t nFromLen = sizeof(from);
+            ssize_t nGot = recvfrom(fd, vecBuf.data(), vecBuf.size(), MSG_TRUNC,
+                                    reinterpret_cast<sockaddr*>(&from), &nFromLen);
+            if (nGot < 0) {
+                if (errno == EINTR)
+                    continue;
+                break;
+            }
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                if (bStopping)
+                    break;
+            }
+            size_t nLen = static_cast<size_t>(nGot);
+            wire::Header header;
+            const char* szWhy = nLen > vecBuf.size() - 1 ? "datagram over the maximum size"
+                                                         : wire::DecodeDatagram(vecBuf.data(), nLen, header);
+            if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
+                szWhy = "reply that nobody waits for";
+            if (szWhy != nullptr) {
+                ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zd bytes: %s",
+                                          strName.c_str(), nGot, szWhy);
+                continue;
+            }
+            QueuedMsg msg;
+            msg.header = header;
+            msg.vecExtra.assign(vecBuf.begin() + wire::HEADER_SIZE, vecBuf.begin() + static_cast<long>(nLen));
+            msg.replyAddr = from;
+            msg.nReplyLen = nFromLen;
+            Enqueue(std::move(msg), true);
+        }
+    }
+};
+
+namespace {
+
+std::mutex& LocalThreadsMutex()
+{
+    static std::mutex s_mutex;
+    return s_mutex;
+}
+
+// Threads registered by this process, by name: posts to them skip the socket and never block.
+std::map<std::string, chThreadLocal::Impl*>& LocalThreads()
+{
+    static std::map<std::string, chThreadLocal::Impl*> s_threads;
+    return s_threads;
+}
+
+} // namespace
+
+namespace {
+RegistryMessageHandler g_pRegistryHandler = nullptr;
+} // namespace
+
+void SetRegistryMessageHandler(RegistryMessageHandler pHandler)
+{
+    g_pRegistryHandler = pHandler;
+}
+
+int HandleRegistryMessage(msgObject& msg)
+{
+    return g_pRegistryHandler != nullptr ? g_pRegistryHandler(msg) : 0;
+}
+
+chThreadLocal::Impl* FindLocalThread(const std::string& strName)
+{
+    std::lock_guard<std::mutex> lock(LocalThreadsMutex());
+    auto it = LocalThreads().find(strName);
+    return it == LocalThreads().end() ? nullptr : it->second;
+}
+
+void PostToLocalThread(chThreadLocal::Impl* pThread, const wire::Header& header, const void* pData)
+{
+    QueuedMsg msg;
+    msg.header = header;
+    if (header.nSize > 0)
+        msg.vecExtra.assign(static_cast<const unsigned char*>(pData),
+                            static_cast<const unsigned char*>(pData) + header.nSize);
+    pThread->Enqueue(std::move(msg), false);
+}
+
+// ---- msgObject ----
+
+msgObject::msgObject(uint32_t nId, int32_t nWparam, int32_t nLparam, const void* pExtra, int nExtraSize,
+                     ReplyContext* pReply)
+    : message(nId), wParam(nWparam), lParam(nLparam),
+      m_pExtra(nExtraSize > 0 ? const_cast<void*>(pExtra) : nullptr),
+      m_nExtraSize(nExtraSize > 0 && pExtra != nullptr ? nExtraSize : 0), m_pReply(pReply)
+{
+}
+
+void* msgObject::GetExtraData() const
+{
+    return m_pExtra;
+}
+
+int msgObject::GetExtraSize() const
+{
+    return m_nExtraSize;
+}
+
+void msgObject::ReplyMessage(int nResult)
+{
+    if (m_pReply != nullptr)
+        SendReply(*m_pReply, nResult, nullptr, 0);
+}
+
+void msgObject::ReplyMessageEx(int nResult, const void* pData, int nSize)
+{
+    if (m_pReply != nullptr)
+        SendReply(*m_pReply, nResult, pData, nSize);
+}
+
+bool msgObject::IsReplied() const
+{
+    return m_pReply != nullptr && m_pReply->bReplied;
+}
+
+// ---- chMsgProcesser ----
+
+int chMsgProcesser::TryThreadMessage(msgObject& msg)
+{
+    (void)msg;
+    return 0;
+}
+
+chMsgProcesser::~chMsgProcesser() = default;
+
+// ---- chThreadLocal ----
+
+chThreadLocal::chThreadLocal(const char* szName, simpHandler pHandler) : m_pImpl(new Impl(*this))
+{
+    m_pImpl->strName = szName != nullptr ? szName : "";
+    m_pImpl->pPlainHandler = pHandler;
+}
+
+chThreadLocal::~chThreadLocal()
+{
+    uCSystemShareHelper::getGlobalObject().DestroyLocalThread(*this);
+}
+
+int chThreadLocal::TryThreadMessage(msgObject& msg)
+{
+    switch (msg.message) {
+    case MSG_PLATFORM_PING:
+        msg.ReplyMessage(1);
+        return 1;
+    case MSG_PLATFORM_QUIT:
+        ExitLoop(msg.wParam);
+        return 1;
+    case MSG_PLATFORM_REG_SET:
+    case MSG_PLATFORM_REG_GET:
+        return HandleRegistryMessage(msg);
+    default:
+        break;
+    }
+    if (m_pImpl->pPlainHandler != nullptr) {
+        simpMSG simp{msg.message, msg.wParam, msg.lParam, msg.GetExtraData(), msg.GetExtraSize()};
+        return m_pImpl->pPlainHandler(&simp);
+    }
+    DefaultProcessMessage(msg);
+    return 0;
+}
+
+int chThreadLocal::OnServiceStart()
+{
+    return 1;
+}
+
+int chThreadLocal::OnServiceStop()
+{
+    return 1;
+}
+
+void chThreadLocal::DefaultProcessMessage(msgObject& msg)
+{
+    (void)msg;
+}
+
+int chThreadLocal::Run()
+{
+    asio::io_context& loop = PlatformLoop();
+    Impl& impl = *m_pImpl;
+    impl.nExitStatus = 0;
+    if (!impl.pSignals) {
+        impl.pSignals.reset(new asio::signal_set(loop, SIGTERM, SIGINT));
+    }
+    impl.pSignals->async_wait([&impl](const asio::error_code& ec, int) {
+        if (ec == asio::error::operation_aborted)
+            return;
+        impl.nExitStatus = 0;
+        PlatformLoop().stop();
+    });
+    auto guard = asio::make_work_guard(loop);
+    loop.restart();
+    loop.run();
+    return impl.nExitStatus;
+}
+
+void chThreadLocal::ExitLoop(int nStatus)
+{
+    m_pImpl->nExitStatus = nStatus;
+    PlatformLoop().stop();
+}
+
+const char* chThreadLocal::GetThreadName() const
+{
+    return m_pImpl->strName.c_str();
+}
+
+// ---- uCSystemShareHelper ----
+
+uCSystemShareHelper::uCSystemShareHelper()
+{
+    // A write past a file-size limit must fail with EFBIG and be traced, not kill the process;
+    // a vanished peer must not kill it either.
+    signal(SIGXFSZ, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+uCSystemShareHelper& uCSystemShareHelper::getGlobalObject()
+{
+    static uCSystemShareHelper s_helper;
+    return s_helper;
+}
+
+int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
+{
+    chThreadLocal::Impl& impl = *thread.GetImpl();
+    if (impl.fd >= 0)
+        return 0;
+    std::string strPath = wire::ThreadSocketPath(impl.strName.c_str());
+    if (strPath.empty()) {
+        ETL_TraceHelper::etlTrace(2, "msgqueue: [%s] cannot name a message thread", impl.strName.c_str());
+        return -1;
+    }
+    int nErr = wire::EnsureQueueDir();
+    if (nErr != 0) {
+        ETL_TraceHelper::etlTrace(2, "msgqueue: cannot create \"/tmp/msgq\": %s", strerror(-nErr));
+        return -1;
+    }
+    // The lock file tells a live holder from a stale socket left by a dead process.
+    std::string strLock = strPath + ".lock";
+    int fdLock = open(strLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fdLock < 0) {
+        ETL_TraceHelper::etlTrace(2, "msgqueue: cannot open the lock of [%s]: %s", impl.strName.c_str(),
+                                  strerror(errno));
+        return -1;
+    }
+    if (flock(fdLock, LOCK_EX | LOCK_NB) != 0) {
+        char szPid[32] = {0};
+        ssize_t nGot = pread(fdLock, szPid, sizeof(szPid) - 1, 0);
+        (void)nGot;
+        ETL_TraceHelper::etlTrace(2, "msgqueue: thread [%s] is already registered by process %s; exiting",
+                                  impl.strName.c_str(), szPid[0] != '\0' ? szPid : "?");
+        _exit(1);
+    }
+    char szPid[32];
+    int nPidLen = snprintf(szPid, sizeof(szPid), "%d", static_cast<int>(getpid()));
+    if (ftruncate(fdLock, 0) != 0 || pwrite(fdLock, szPid, static_cast<size_t>(nPidLen), 0) != nPidLen)
+        ETL_TraceHelper::etlTrace(2, "msgqueue: cannot record the holder of [%s]", impl.strName.c_str());
+
+    (void)unlink(strPath.c_str());
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
+    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
+        ETL_TraceHelper::etlTrace(2, "msgqueue: cannot bind [%s]: %s", impl.strName.c_str(), strerror(errno));
+        if (fd >= 0)
+            close(fd);
+        close(fdLock);
+        return -1;
+    }
+    // Replies to senders go out of this socket; give it room for the largest one.
+    int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
+
+    impl.fd = fd;
+    impl.fdLock = fdLock;
+    impl.strSocketPath = strPath;
+    impl.strLockPath = strLock;
+    impl.bStopping = false;
+    // Signals are caught from registration on, so a SIGTERM during start-up ends Run at once.
+    impl.pSignals.reset(new asio::signal_set(PlatformLoop(), SIGTERM, SIGINT));
+    {
+        std::lock_guard<std::mutex> lock(LocalThreadsMutex());
+        LocalThreads()[impl.strName] = &impl;
+    }
+    chThreadLocal::Impl* pImpl = &impl;
+    impl.receiver = std::thread([pImpl] { pImpl->ReceiveLoop(); });
+    return 0;
+}
+
+int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
+{
+    chThreadLocal::Impl& impl = *thread.GetImpl();
+    if (impl.fd < 0)
+        return 0;
+    {
+        std::lock_guard<std::mutex> lock(LocalThreadsMutex());
+        auto it = LocalThreads().find(impl.strName);
+        if (it != LocalThreads().end() && it->second == &impl)
+            LocalThreads().erase(it);
+    }
+    {
+        std::lock_guard<std::mutex> lock(impl.mutex);
+        impl.bStopping = true;
+    }
+    impl.cvSpace.notify_all();
+    (void)unlink(impl.strSocketPath.c_str());
+    (void)shutdown(impl.fd, SHUT_RDWR);
+    if (impl.receiver.joinable())
+        impl.receiver.join();
+    (void)close(impl.fd);
+    impl.fd = -1;
+    (void)unlink(impl.strLockPath.c_str());
+    (void)close(impl.fdLock);
+    impl.fdLock = -1;
+    impl.pSignals.reset();
+    std::lock_guard<std::mutex> lock(impl.mutex);
+    impl.queue.clear();
+    impl.nQueuedBytes = 0;
+    impl.bDrainScheduled = false;
+    impl.pAlive = std::make_shared<bool>(true);
+    return 0;
+}
+
+} // namespace ETL_MsgQueueHelper

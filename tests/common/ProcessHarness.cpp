@@ -1,0 +1,245 @@
+// Temporary roots, child processes and file helpers for the process-level tests.
+#include "ProcessHarness.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <ftw.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace testutil {
+
+namespace {
+
+int RemoveEntry(const char* szPath, const struct stat*, int, struct FTW*)
+{
+    (void)remove(szPath);
+    return 0;
+}
+
+std::atomic<int>& Serial()
+{
+    static std::atomic<int> s_n{0};
+    return s_n;
+}
+
+} // namespace
+
+TempDir::TempDir()
+{
+    char szTemplate[] = "/tmp/cfgtest-XXXXXX";
+    const char* szMade = mkdtemp(szTemplate);
+    m_strPath = szMade != nullptr ? szMade : "/tmp/cfgtest-failed";
+}
+
+TempDir::~TempDir()
+{
+    // Make read-only folders of a test removable first.
+    std::string strCmd = "chmod -R u+rwx '" + m_strPath + "' 2>/dev/null";
+    (void)system(strCmd.c_str());
+    nftw(m_strPath.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+std::string TempDir::Join(const std::string& strSub) const
+{
+    if (!strSub.empty() && strSub[0] == '/')
+        return m_strPath + strSub;
+    return m_strPath + "/" + strSub;
+}
+
+std::string ReadFile(const std::string& strPath)
+{
+    std::ifstream in(strPath, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void MakeParents(const std::string& strPath)
+{
+    for (size_t nPos = 1; nPos < strPath.size(); ++nPos) {
+        if (strPath[nPos] == '/')
+            (void)mkdir(strPath.substr(0, nPos).c_str(), 0755);
+    }
+}
+
+void WriteFile(const std::string& strPath, const std::string& strContent)
+{
+    MakeParents(strPath);
+    std::ofstream out(strPath, std::ios::binary | std::ios::trunc);
+    out << strContent;
+}
+
+bool FileExists(const std::string& strPath)
+{
+    struct stat st;
+    return lstat(strPath.c_str(), &st) == 0;
+}
+
+Child::~Child()
+{
+    if (m_pid > 0 && m_nStatus < 0) {
+        kill(m_pid, SIGKILL);
+        (void)Wait(5000);
+    }
+}
+
+bool Child::Start(const std::vector<std::string>& vecArgs, const std::string& strRoot, const std::string& strOutDir,
+                  const std::string& strCwd, const std::vector<std::string>& vecEnv)
+{
+    int nSerial = ++Serial();
+    m_strOut = strOutDir + "/child" + std::to_string(nSerial) + ".out";
+    m_strErr = strOutDir + "/child" + std::to_string(nSerial) + ".err";
+    m_nStatus = -1;
+    pid_t pid = fork();
+    if (pid < 0)
+        return false;
+    if (pid == 0) {
+        int fdOut = open(m_strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int fdErr = open(m_strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int fdNull = open("/dev/null", O_RDONLY);
+        dup2(fdNull, 0);
+        dup2(fdOut, 1);
+        dup2(fdErr, 2);
+        if (!strCwd.empty() && chdir(strCwd.c_str()) != 0)
+            _exit(126);
+        setenv("ETL_ROOT", strRoot.c_str(), 1);
+        for (const std::string& strEnv : vecEnv)
+            putenv(strdup(strEnv.c_str()));
+        std::vector<char*> vecArgv;
+        for (const std::string& strArg : vecArgs)
+            vecArgv.push_back(const_cast<char*>(strArg.c_str()));
+        vecArgv.push_back(nullptr);
+        execv(vecArgv[0], vecArgv.data());
+        _exit(127);
+    }
+    m_pid = pid;
+    return true;
+}
+
+int Child::Wait(int nTimeoutMs)
+{
+    if (m_nStatus >= 0)
+        return m_nStatus;
+    if (m_pid <= 0)
+        return -1;
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
+    for (;;) {
+        int nStatus = 0;
+        pid_t pid = waitpid(m_pid, &nStatus, WNOHANG);
+        if (pid == m_pid) {
+            m_nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
+            return m_nStatus;
+        }
+        if (std::chrono::steady_clock::now() >= tEnd)
+            return -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void Child::Signal(int nSignal)
+{
+    if (m_pid > 0 && m_nStatus < 0)
+        kill(m_pid, nSignal);
+}
+
+std::string Child::Stdout() const
+{
+    return ReadFile(m_strOut);
+}
+
+std::string Child::Stderr() const
+{
+    return ReadFile(m_strErr);
+}
+
+ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& strRoot, int nTimeoutMs)
+{
+    ToolResult result;
+    TempDir outDir;
+    Child child;
+    if (!child.Start(vecArgs, strRoot, outDir.Path()))
+        return result;
+    result.nExit = child.Wait(nTimeoutMs);
+    if (result.nExit < 0) {
+        child.Signal(SIGKILL);
+        (void)child.Wait(5000);
+        result.nExit = -1;
+    }
+    result.strOut = child.Stdout();
+    result.strErr = child.Stderr();
+    return result;
+}
+
+bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
+{
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
+    for (;;) {
+        if (ReadFile(strPath).find(strText) != std::string::npos)
+            return true;
+        if (std::chrono::steady_clock::now() >= tEnd)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+std::string ConfigServerBin()
+{
+    return CFG_CONFIGSERVER_BIN;
+}
+
+std::string EtlmsgBin()
+{
+    return CFG_ETLMSG_BIN;
+}
+
+ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs)
+{
+    std::vector<std::string> vecFull{EtlmsgBin()};
+    vecFull.insert(vecFull.end(), vecArgs.begin(), vecArgs.end());
+    return RunTool(vecFull, strRoot, nTimeoutMs);
+}
+
+Service::Service(const std::string& strRoot, const std::string& strCwd, const std::vector<std::string>& vecEnv)
+    : m_strRoot(strRoot), m_strOutDir(strRoot + "/.test-out")
+{
+    (void)mkdir(m_strOutDir.c_str(), 0755);
+    if (!m_child.Start({ConfigServerBin()}, strRoot, m_strOutDir, strCwd.empty() ? strRoot : strCwd, vecEnv))
+        return;
+    ToolResult wait = Etlmsg(strRoot, {"wait", "configServer", "--timeout", "10000"});
+    m_bStarted = wait.nExit == 0 && Ping();
+}
+
+Service::~Service()
+{
+    if (!m_bEnded) {
+        m_child.Signal(SIGTERM);
+        if (m_child.Wait(5000) < 0)
+            m_child.Signal(SIGKILL);
+    }
+}
+
+bool Service::Ping(int nTimeoutMs)
+{
+    ToolResult ping = Etlmsg(m_strRoot, {"ping", "configServer", "--timeout", std::to_string(nTimeoutMs)},
+                             nTimeoutMs + 5000);
+    return ping.nExit == 0 && ping.strOut == "1\n";
+}
+
+int Service::Quit(int nStatus)
+{
+    (void)Etlmsg(m_strRoot, {"quit", "configServer", "--status", std::to_string(nStatus)});
+    m_bEnded = true;
+    return m_child.Wait(10000);
+}
+
+} // namespace testutil

@@ -1,0 +1,101 @@
+// Helpers for tests that run the real programs: a temporary system root, child processes with
+// their output in files, and small file utilities.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace testutil {
+
+// A fresh directory, removed with everything below it when the object goes.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& Path() const { return m_strPath; }
+    // Path + "/" + the relative or logical path.
+    std::string Join(const std::string& strSub) const;
+
+private:
+    std::string m_strPath;
+};
+
+std::string ReadFile(const std::string& strPath);
+void WriteFile(const std::string& strPath, const std::string& strContent);
+// Creates the parents of a file path.
+void MakeParents(const std::string& strPath);
+bool FileExists(const std::string& strPath);
+
+// A child process with its standard output and error in files.
+class Child {
+public:
+    Child() = default;
+    ~Child();
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    // Starts argv[0] with ETL_ROOT set to strRoot (and the extra NAME=VALUE entries), in strCwd.
+    bool Start(const std::vector<std::string>& vecArgs, const std::string& strRoot, const std::string& strOutDir,
+               const std::string& strCwd = "", const std::vector<std::string>& vecEnv = {});
+    // Exit status (128 + signal for a signal), or -1 when it did not end in time.
+    int Wait(int nTimeoutMs);
+    void Signal(int nSignal);
+    pid_t Pid() const { return m_pid; }
+    std::string Stdout() const;
+    std::string Stderr() const;
+    const std::string& StdoutPath() const { return m_strOut; }
+    const std::string& StderrPath() const { return m_strErr; }
+
+private:
+    pid_t m_pid = -1;
+    int m_nStatus = -1;
+    std::string m_strOut;
+    std::string m_strErr;
+};
+
+struct ToolResult {
+    int nExit = -1;
+    std::string strOut;
+    std::string strErr;
+};
+
+// Runs a program to its end (at most nTimeoutMs) under the root.
+ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& strRoot, int nTimeoutMs = 10000);
+
+// Waits until the file holds the text; false after the timeout.
+bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs);
+
+// Paths of the built programs.
+std::string ConfigServerBin();
+std::string EtlmsgBin();
+
+// etlmsg under the root, with its arguments.
+ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs = 10000);
+
+// The service under a root, started and answering ping; quits it when destroyed.
+class Service {
+public:
+    explicit Service(const std::string& strRoot, const std::string& strCwd = "",
+                     const std::vector<std::string>& vecEnv = {});
+    ~Service();
+    bool Started() const { return m_bStarted; }
+    // Sends a ping: when it returns, every message posted before it has been handled.
+    bool Ping(int nTimeoutMs = 10000);
+    // Quits and returns the exit status.
+    int Quit(int nStatus = 0);
+    Child& Process() { return m_child; }
+    std::string Stderr() const { return m_child.Stderr(); }
+    std::string Stdout() const { return m_child.Stdout(); }
+
+private:
+    std::string m_strRoot;
+    std::string m_strOutDir;
+    Child m_child;
+    bool m_bStarted = false;
+    bool m_bEnded = false;
+};
+
+} // namespace testutil

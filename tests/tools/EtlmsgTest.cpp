@@ -1,0 +1,58 @@
+// etlmsg: the listen line format, exit statuses and usage errors.
+#include "ProcessHarness.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+
+using testutil::Etlmsg;
+using testutil::TempDir;
+using testutil::ToolResult;
+
+TEST(Etlmsg, ListenPrintsOneExactLinePerMessage)
+{
+    TempDir root;
+    testutil::Child listener;
+    ASSERT_TRUE(listener.Start({testutil::EtlmsgBin(), "listen", "autoServer", "--count", "3"}, root.Path(),
+                               root.Path()));
+    ASSERT_EQ(Etlmsg(root.Path(), {"wait", "autoServer"}).nExit, 0);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "autoServer", "0xb0209", "0", "0", "--text", "/tmp/mac-locl-autop.cfg"}).nExit, 0);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "autoServer", "0xb020a", "1"}).nExit, 0);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "autoServer", "17", "-3", "0x7fffffff", "--hex", "005c22ff41"}).nExit, 0);
+    ASSERT_EQ(listener.Wait(10000), 0);
+    EXPECT_EQ(listener.Stdout(),
+              "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n"
+              "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n"
+              "id=0x11 wparam=-3 lparam=2147483647 size=5 data=\"\\0\\\\\\\"\\xffA\"\n");
+}
+
+TEST(Etlmsg, ExitStatuses)
+{
+    TempDir root;
+    EXPECT_EQ(Etlmsg(root.Path(), {"send", "nothere", "5"}).nExit, 2);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "nothere", "5"}).nExit, 2);
+    EXPECT_EQ(Etlmsg(root.Path(), {"ping", "nothere"}).nExit, 2);
+    EXPECT_EQ(Etlmsg(root.Path(), {"wait", "nothere", "--timeout", "100"}).nExit, 3);
+    EXPECT_EQ(Etlmsg(root.Path(), {"listen", "quietThread", "--timeout", "200"}).nExit, 3);
+
+    ToolResult usage = Etlmsg(root.Path(), {});
+    EXPECT_EQ(usage.nExit, 1);
+    EXPECT_NE(usage.strErr.find("usage: etlmsg"), std::string::npos);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "notanumber"}).nExit, 1);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "1", "2", "3", "4"}).nExit, 1);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "1", "--hex", "abc"}).nExit, 1);
+    EXPECT_EQ(Etlmsg(root.Path(), {"frobnicate"}).nExit, 1);
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "0x100000000"}).nExit, 1);
+
+    // Over the extra-data limit: refused at the sender, even to a live thread.
+    testutil::Child listener;
+    ASSERT_TRUE(listener.Start({testutil::EtlmsgBin(), "listen", "bigThread", "--count", "1"}, root.Path(), root.Path()));
+    ASSERT_EQ(Etlmsg(root.Path(), {"wait", "bigThread"}).nExit, 0);
+    testutil::WriteFile(root.Join("big.bin"), std::string(65537, 'b'));
+    ToolResult big = Etlmsg(root.Path(), {"post", "bigThread", "1", "--file", root.Join("big.bin")});
+    EXPECT_EQ(big.nExit, 2);
+    testutil::WriteFile(root.Join("max.bin"), std::string(65536, 'm'));
+    EXPECT_EQ(Etlmsg(root.Path(), {"post", "bigThread", "2", "--file", root.Join("max.bin")}).nExit, 0);
+    ASSERT_EQ(listener.Wait(10000), 0);
+    EXPECT_NE(listener.Stdout().find("id=0x2 wparam=0 lparam=0 size=65536 data=\"mmm"), std::string::npos);
+}

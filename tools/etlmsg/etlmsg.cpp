@@ -1,0 +1,378 @@
+// etlmsg: talk to message threads from a shell (post, send, listen, ping, wait, quit, registry).
+#include "ETL_MsgQueueHelper.h"
+#include "ETL_MiscHelper.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+using namespace ETL_MsgQueueHelper;
+
+namespace {
+
+enum { EXIT_DONE = 0, EXIT_USAGE = 1, EXIT_FAILED = 2, EXIT_TIMEOUT = 3 };
+
+const char* const kUsage =
+    "usage: etlmsg post|send THREAD ID [WPARAM [LPARAM]] [--text T|--hex HEX|--file F] [--timeout MS]\n"
+    "       etlmsg listen THREAD [--count N] [--timeout MS]\n"
+    "       etlmsg ping|wait THREAD [--timeout MS]\n"
+    "       etlmsg quit THREAD [--status N]\n"
+    "       etlmsg reg-set FILE SECTION KEY VALUE [--now] [--to THREAD]\n"
+    "       etlmsg reg-get FILE SECTION KEY [--to THREAD]\n";
+
+int Usage(const char* szWhy)
+{
+    if (szWhy != nullptr)
+        fprintf(stderr, "etlmsg: %s\n", szWhy);
+    fputs(kUsage, stderr);
+    return EXIT_USAGE;
+}
+
+// Decimal, negative decimal or 0x-hex, within 32 bits (hex up to 0xffffffff wraps to signed).
+bool ParseNumber(const char* sz, long long nMin, long long nMax, long long& nOut)
+{
+    if (sz == nullptr || *sz == '\0')
+        return false;
+    errno = 0;
+    char* pEnd = nullptr;
+    long long n;
+    if (sz[0] == '0' && (sz[1] == 'x' || sz[1] == 'X')) {
+        if (sz[2] == '\0')
+            return false;
+        unsigned long long u = strtoull(sz + 2, &pEnd, 16);
+        if (u > 0xffffffffULL)
+            return false;
+        n = static_cast<long long>(u);
+        if (nMin < 0 && n > 0x7fffffffLL)
+            n -= 0x100000000LL;
+    } else {
+        n = strtoll(sz, &pEnd, 10);
+    }
+    if (errno != 0 || pEnd == nullptr || *pEnd != '\0' || n < nMin || n > nMax)
+        return false;
+    nOut = n;
+    return true;
+}
+
+bool ParseHex(const char* sz, std::string& strOut)
+{
+    size_t nLen = strlen(sz);
+    if (nLen % 2 != 0)
+        return false;
+    strOut.clear();
+    for (size_t i = 0; i < nLen; i += 2) {
+        char szByte[3] = {sz[i], sz[i + 1], 0};
+        char* pEnd = nullptr;
+        if (!isxdigit(static_cast<unsigned char>(sz[i])) || !isxdigit(static_cast<unsigned char>(sz[i + 1])))
+            return false;
+        strOut += static_cast<char>(strtoul(szByte, &pEnd, 16));
+    }
+    return true;
+}
+
+bool ReadWholeFile(const char* szPath, std::string& strOut)
+{
+    FILE* pFile = fopen(szPath, "rb");
+    if (pFile == nullptr)
+        return false;
+    char buf[65536];
+    size_t nGot;
+    strOut.clear();
+    while ((nGot = fread(buf, 1, sizeof(buf), pFile)) > 0) {
+        strOut.append(buf, nGot);
+        if (strOut.size() > static_cast<size_t>(MSG_MAX_EXTRA) + 1)
+            break;
+    }
+    bool bOk = !ferror(pFile);
+    fclose(pFile);
+    return bOk;
+}
+
+// Options shared by the commands; positional words are kept in order.
+struct Args {
+    std::vector<const char*> vecWords;
+    bool bHasExtra = false;
+    std::string strExtra;
+    int nTimeoutMs = 5000;
+    bool bTimeoutGiven = false;
+    long long nCount = -1;
+    long long nStatus = 0;
+    bool bNow = false;
+    std::string strTo = "configServer";
+};
+
+const char* ParseArgs(int argc, char** argv, Args& args)
+{
+    for (int i = 2; i < argc; ++i) {
+        std::string strArg = argv[i];
+        bool bHasValue = i + 1 < argc;
+        long long n = 0;
+        if (strArg == "--text" || strArg == "--hex" || strArg == "--file") {
+            if (!bHasValue)
+                return "option needs a value";
+            if (args.bHasExtra)
+                return "only one of --text, --hex, --file";
+            args.bHasExtra = true;
+            const char* szValue = argv[++i];
+            if (strArg == "--text") {
+                args.strExtra.assign(szValue, strlen(szValue) + 1);
+            } else if (strArg == "--hex") {
+                if (!ParseHex(szValue, args.strExtra))
+                    return "--hex takes two hex digits per byte";
+            } else if (!ReadWholeFile(szValue, args.strExtra)) {
+                return "cannot read the --file";
+            }
+        } else if (strArg == "--timeout") {
+            if (!bHasValue || !ParseNumber(argv[++i], 0, 0x7fffffff, n))
+                return "--timeout takes milliseconds";
+            args.nTimeoutMs = static_cast<int>(n);
+            args.bTimeoutGiven = true;
+        } else if (strArg == "--count") {
+            if (!bHasValue || !ParseNumber(argv[++i], 1, 0x7fffffff, n))
+                return "--count takes a positive number";
+            args.nCount = n;
+        } else if (strArg == "--status") {
+            if (!bHasValue || !ParseNumber(argv[++i], -0x80000000LL, 0x7fffffff, n))
+                return "--status takes a number";
+            args.nStatus = n;
+        } else if (strArg == "--now") {
+            args.bNow = true;
+        } else if (strArg == "--to") {
+            if (!bHasValue)
+                return "--to takes a thread name";
+            args.strTo = argv[++i];
+        } else if (strArg.size() > 2 && strArg[0] == '-' && strArg[1] == '-') {
+            return "unknown option";
+        } else {
+            args.vecWords.push_back(argv[i]);
+        }
+    }
+    return nullptr;
+}
+
+int ReportSend(int nResult, const char* szThread)
+{
+    if (nResult == MSG_SEND_TIMEOUT) {
+        fprintf(stderr, "etlmsg: no answer from [%s] in time\n", szThread);
+        return EXIT_TIMEOUT;
+    }
+    fprintf(stderr, "etlmsg: no thread [%s], or the message could not be sent\n", szThread);
+    return EXIT_FAILED;
+}
+
+// post / send: THREAD ID [WPARAM [LPARAM]]
+int CmdPostOrSend(bool bSend, const Args& args)
+{
+    if (args.vecWords.size() < 2 || args.vecWords.size() > 4)
+        return Usage("post and send take THREAD ID [WPARAM [LPARAM]]");
+    long long nId = 0, nWparam = 0, nLparam = 0;
+    if (!ParseNumber(args.vecWords[1], 0, 0xffffffffLL, nId))
+        return Usage("bad message id");
+    if (args.vecWords.size() > 2 && !ParseNumber(args.vecWords[2], -0x80000000LL, 0x7fffffff, nWparam))
+        return Usage("bad wparam");
+    if (args.vecWords.size() > 3 && !ParseNumber(args.vecWords[3], -0x80000000LL, 0x7fffffff, nLparam))
+        return Usage("bad lparam");
+    const char* szThread = args.vecWords[0];
+    if (args.strExtra.size() > static_cast<size_t>(MSG_MAX_EXTRA)) {
+        fprintf(stderr, "etlmsg: extra data of %zu bytes is over the limit of %d\n", args.strExtra.size(),
+                MSG_MAX_EXTRA);
+        return EXIT_FAILED;
+    }
+    msgThread hThread = msgGetThreadByName(szThread);
+    if (hThread == 0)
+        return ReportSend(MSG_SEND_NO_THREAD, szThread);
+    int nSize = static_cast<int>(args.strExtra.size());
+    const void* pData = nSize > 0 ? args.strExtra.data() : nullptr;
+    if (!bSend) {
+        int nResult = msgPostMsgToThreadEx(hThread, static_cast<uint32_t>(nId), static_cast<int32_t>(nWparam),
+                                           static_cast<int32_t>(nLparam), nSize, pData);
+        return nResult == 0 ? EXIT_DONE : ReportSend(MSG_SEND_NO_THREAD, szThread);
+    }
+    int nReply = 0;
+    int nResult = msgSendMsgToThread(hThread, static_cast<uint32_t>(nId), static_cast<int32_t>(nWparam),
+                                     static_cast<int32_t>(nLparam), nSize, pData, args.nTimeoutMs, &nReply, nullptr);
+    if (nResult != MSG_SEND_OK)
+        return ReportSend(nResult, szThread);
+    printf("%d\n", nReply);
+    return EXIT_DONE;
+}
+
+// One line per message: id, parameters, size and the bytes quoted as the platform documents.
+std::string FormatMessageLine(const msgObject& msg)
+{
+    char szHead[128];
+    snprintf(szHead, sizeof(szHead), "id=0x%x wparam=%d lparam=%d size=%d data=\"", msg.message, msg.wParam,
+             msg.lParam, msg.GetExtraSize());
+    std::string strLine = szHead;
+    const unsigned char* p = static_cast<const unsigned char*>(msg.GetExtraData());
+    for (int i = 0; i < msg.GetExtraSize(); ++i) {
+        unsigned char c = p[i];
+        if (c == '\\' || c == '"') {
+            strLine += '\\';
+            strLine += static_cast<char>(c);
+        } else if (c == 0) {
+            strLine += "\\0";
+        } else if (c >= 0x20 && c < 0x7f) {
+            strLine += static_cast<char>(c);
+        } else {
+            char szHex[8];
+            snprintf(szHex, sizeof(szHex), "\\x%02x", c);
+            strLine += szHex;
+        }
+    }
+    strLine += "\"";
+    return strLine;
+}
+
+class CListener : public chThreadLocal {
+public:
+    CListener(const char* szName, long long nCount) : chThreadLocal(szName, nullptr), m_nLeft(nCount) {}
+
+    int TryThreadMessage(msgObject& msg) override
+    {
+        if (msg.message == MSG_PLATFORM_PING || msg.message == MSG_PLATFORM_QUIT)
+            return chThreadLocal::TryThreadMessage(msg);
+        printf("%s\n", FormatMessageLine(msg).c_str());
+        fflush(stdout);
+        if (m_nLeft > 0 && --m_nLeft == 0)
+            ExitLoop(EXIT_DONE);
+        return 1;
+    }
+
+    int OnTimeout(msgObject& msg)
+    {
+        (void)msg;
+        ExitLoop(EXIT_TIMEOUT);
+        return 1;
+    }
+
+private:
+    long long m_nLeft;
+};
+
+int CmdListen(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("listen takes one THREAD");
+    CListener listener(args.vecWords[0], args.nCount);
+    uCSystemShareHelper& helper = uCSystemShareHelper::getGlobalObject();
+    if (helper.CreateLocalThread(listener) != 0)
+        return EXIT_FAILED;
+    chThreadTimer timer(1);
+    if (args.bTimeoutGiven)
+        timer.SetTimer(static_cast<uint64_t>(args.nTimeoutMs), nullptr, &listener, MSG_HANDLER(&CListener::OnTimeout));
+    int nStatus = listener.Run();
+    timer.KillTimer();
+    helper.DestroyLocalThread(listener);
+    return nStatus;
+}
+
+int CmdPing(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("ping takes one THREAD");
+    const char* szThread = args.vecWords[0];
+    msgThread hThread = msgGetThreadByName(szThread);
+    if (hThread == 0)
+        return ReportSend(MSG_SEND_NO_THREAD, szThread);
+    int nReply = 0;
+    int nResult = msgSendMsgToThread(hThread, MSG_PLATFORM_PING, 0, 0, 0, nullptr, args.nTimeoutMs, &nReply, nullptr);
+    if (nResult != MSG_SEND_OK)
+        return ReportSend(nResult, szThread);
+    printf("%d\n", nReply);
+    return EXIT_DONE;
+}
+
+int CmdWait(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("wait takes one THREAD");
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(args.nTimeoutMs);
+    while (msgGetThreadByName(args.vecWords[0]) == 0) {
+        if (std::chrono::steady_clock::now() >= tEnd) {
+            fprintf(stderr, "etlmsg: thread [%s] did not appear in time\n", args.vecWords[0]);
+            return EXIT_TIMEOUT;
+        }
+        ETL_MiscHelper::etlSleep(10);
+    }
+    return EXIT_DONE;
+}
+
+int CmdQuit(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("quit takes one THREAD");
+    const char* szThread = args.vecWords[0];
+    msgThread hThread = msgGetThreadByName(szThread);
+    if (hThread == 0 || msgPostMsgToThread(hThread, MSG_PLATFORM_QUIT, static_cast<int32_t>(args.nStatus), 0) != 0)
+        return ReportSend(MSG_SEND_NO_THREAD, szThread);
+    return EXIT_DONE;
+}
+
+// Registry requests carry their texts NUL-separated: file, section, key[, value].
+int CmdRegistry(bool bSet, const Args& args)
+{
+    size_t nWords = bSet ? 4 : 3;
+    if (args.vecWords.size() != nWords)
+        return Usage(bSet ? "reg-set takes FILE SECTION KEY VALUE" : "reg-get takes FILE SECTION KEY");
+    std::string strPayload;
+    for (size_t i = 0; i < nWords; ++i)
+        strPayload.append(args.vecWords[i], strlen(args.vecWords[i]) + 1);
+    if (strPayload.size() > static_cast<size_t>(MSG_MAX_EXTRA)) {
+        fprintf(stderr, "etlmsg: the request is over %d bytes\n", MSG_MAX_EXTRA);
+        return EXIT_FAILED;
+    }
+    const char* szThread = args.strTo.c_str();
+    msgThread hThread = msgGetThreadByName(szThread);
+    if (hThread == 0)
+        return ReportSend(MSG_SEND_NO_THREAD, szThread);
+    int nReply = 0;
+    std::string strValue;
+    int nResult = msgSendMsgToThread(hThread, bSet ? MSG_PLATFORM_REG_SET : MSG_PLATFORM_REG_GET, args.bNow ? 1 : 0, 0,
+                                     static_cast<int>(strPayload.size()), strPayload.data(), args.nTimeoutMs, &nReply,
+                                     &strValue);
+    if (nResult != MSG_SEND_OK)
+        return ReportSend(nResult, szThread);
+    if (nReply != 1) {
+        if (bSet)
+            fprintf(stderr, "etlmsg: the registry refused the change\n");
+        else
+            fprintf(stderr, "etlmsg: no such key\n");
+        return EXIT_FAILED;
+    }
+    if (!bSet)
+    {
+        fwrite(strValue.data(), 1, strValue.size(), stdout);
+        fputc('\n', stdout);
+    }
+    return EXIT_DONE;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2)
+        return Usage(nullptr);
+    Args args;
+    if (const char* szWhy = ParseArgs(argc, argv, args))
+        return Usage(szWhy);
+    std::string strCmd = argv[1];
+    if (strCmd == "post" || strCmd == "send")
+        return CmdPostOrSend(strCmd == "send", args);
+    if (strCmd == "listen")
+        return CmdListen(args);
+    if (strCmd == "ping")
+        return CmdPing(args);
+    if (strCmd == "wait")
+        return CmdWait(args);
+    if (strCmd == "quit")
+        return CmdQuit(args);
+    if (strCmd == "reg-set" || strCmd == "reg-get")
+        return CmdRegistry(strCmd == "reg-set", args);
+    return Usage("unknown command");
+}
