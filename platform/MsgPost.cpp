@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <poll.h>
 #include <sys/socket.h>
@@ -108,6 +109,78 @@ int Post(msgThread hThread, const wire::Header& header, const void* pData)
     return SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
 }
 
+// The socket a sending thread gets its answers on: bound once to a unique name beside the
+// threads, removed when the thread ends.
+struct ReplySocket {
+    ReplySocket()
+    {
+        static std::atomic<unsigned> s_nSockets{0};
+        char szOwn[64];
+        snprintf(szOwn, sizeof(szOwn), ".send-%d-%u", static_cast<int>(getpid()), ++s_nSockets);
+        sockaddr_un addr;
+        if (wire::EnsureQueueDir() != 0 || !MakeAddress(wire::QueueDir() + "/" + szOwn, addr))
+            return;
+        int fdNew = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (fdNew < 0)
+            return;
+        (void)unlink(addr.sun_path);
+        if (bind(fdNew, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
+            close(fdNew);
+            return;
+        }
+        timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
+        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+        int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
+        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+        fd = fdNew;
+        strPath = addr.sun_path;
+        const char* szRoot = getenv("ETL_ROOT");
+        strRoot = szRoot != nullptr ? szRoot : "";
+        vecBuf.resize(wire::MAX_DATAGRAM + 1);
+    }
+
+    void SetReceiveTimeout(int nMs)
+    {
+        // Whole milliseconds, rounded up to 10 ms so that a run of sends rarely changes it.
+        int nWanted = ((nMs + 9) / 10) * 10;
+        if (nWanted == nTimeoutMs)
+            return;
+        timeval tv{nWanted / 1000, (nWanted % 1000) * 1000};
+        if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
+            nTimeoutMs = nWanted;
+    }
+
+    bool SameRoot() const
+    {
+        const char* szRoot = getenv("ETL_ROOT");
+        return strRoot == (szRoot != nullptr ? szRoot : "");
+    }
+    ~ReplySocket()
+    {
+        if (fd >= 0) {
+            close(fd);
+            (void)unlink(strPath.c_str());
+        }
+    }
+    ReplySocket(const ReplySocket&) = delete;
+    ReplySocket& operator=(const ReplySocket&) = delete;
+
+    int fd = -1;
+    int nTimeoutMs = -1;
+    std::string strPath;
+    std::string strRoot;
+    std::vector<unsigned char> vecBuf;
+};
+
+ReplySocket& OwnReplySocket()
+{
+    // Bound below the root in force; a change of root (tests do that) binds a new one.
+    thread_local std::unique_ptr<ReplySocket> t_pSocket;
+    if (!t_pSocket || t_pSocket->fd < 0 || !t_pSocket->SameRoot())
+        t_pSocket.reset(new ReplySocket());
+    return *t_pSocket;
+}
+
 bool CheckExtra(int nSize, const void* pData)
 {
     return nSize == 0 || (nSize > 0 && nSize <= MSG_MAX_EXTRA && pData != nullptr);
@@ -161,24 +234,12 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     if (strName.empty())
         return MSG_SEND_NO_THREAD;
 
-    // The answer comes back to a socket of our own, bound to a unique name beside the threads.
+    ReplySocket& own = OwnReplySocket();
+    if (own.fd < 0)
+        return MSG_SEND_NO_THREAD;
+    int fd = own.fd;
     static std::atomic<unsigned> s_nCounter{0};
     unsigned nSerial = ++s_nCounter;
-    char szOwn[64];
-    snprintf(szOwn, sizeof(szOwn), ".send-%d-%u", static_cast<int>(getpid()), nSerial);
-    sockaddr_un own;
-    if (wire::EnsureQueueDir() != 0 || !MakeAddress(wire::QueueDir() + "/" + szOwn, own))
-        return MSG_SEND_NO_THREAD;
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return MSG_SEND_NO_THREAD;
-    (void)unlink(own.sun_path);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) != 0) {
-        close(fd);
-        return MSG_SEND_NO_THREAD;
-    }
-    timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
 
     wire::Header header;
     header.nKind = wire::KIND_SEND;
@@ -189,36 +250,34 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     header.nSize = static_cast<uint32_t>(nSize);
     int nResult = SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
 
+    // Wait in recv itself (one call per answer); the receive timeout is set only when it changes.
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs < 0 ? 0 : nTimeoutMs);
-    std::vector<unsigned char> vecBuf(wire::MAX_DATAGRAM + 1);
+    std::vector<unsigned char>& vecBuf = own.vecBuf;
     while (nResult == MSG_SEND_OK) {
         auto nLeft = std::chrono::duration_cast<std::chrono::milliseconds>(tEnd - std::chrono::steady_clock::now());
         if (nLeft.count() <= 0) {
             nResult = MSG_SEND_TIMEOUT;
             break;
         }
-        pollfd pfd{fd, POLLIN, 0};
-        int nReady = poll(&pfd, 1, static_cast<int>(nLeft.count()));
-        if (nReady < 0 && errno == EINTR)
-            continue;
-        if (nReady <= 0) {
+        own.SetReceiveTimeout(static_cast<int>(nLeft.count()));
+        ssize_t nGot = recv(fd, vecBuf.data(), vecBuf.size(), MSG_TRUNC);
+        if (nGot < 0) {
+            if (errno == EINTR)
+                continue;
             nResult = MSG_SEND_TIMEOUT;
             break;
         }
-        ssize_t nGot = recv(fd, vecBuf.data(), vecBuf.size(), MSG_TRUNC);
         wire::Header reply;
-        if (nGot < 0 || static_cast<size_t>(nGot) >= vecBuf.size() ||
+        if (static_cast<size_t>(nGot) >= vecBuf.size() ||
             wire::DecodeDatagram(vecBuf.data(), static_cast<size_t>(nGot), reply) != nullptr ||
             reply.nKind != wire::KIND_REPLY || reply.nSeq != header.nSeq)
-            continue;
+            continue; // a late answer to an earlier send that timed out
         if (pnReply != nullptr)
             *pnReply = reply.nLparam;
         if (pReplyData != nullptr)
             pReplyData->assign(reinterpret_cast<const char*>(vecBuf.data()) + wire::HEADER_SIZE, reply.nSize);
         break;
     }
-    close(fd);
-    (void)unlink(own.sun_path);
     return nResult;
 }
 

@@ -6,15 +6,18 @@
 #include "MsgPlatform.h"
 #include "MsgWire.h"
 
+#include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
 #include <asio/signal_set.hpp>
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
+#include <cstdint>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <map>
+#include <poll.h>
 #include <mutex>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -73,6 +76,10 @@ void SendReply(ReplyContext& ctx, int nResult, const void* pData, int nSize)
 
 } // namespace
 
+// How the queue is fed: while the loop is idle it waits for the socket itself and reads it, so a
+// message costs one wake-up. While a handler runs (or before Run), a receiver thread of the
+// platform takes over reading, so the kernel's small datagram queue never limits the senders.
+// Every read happens under the mutex straight into the queue, so the order is the arrival order.
 struct chThreadLocal::Impl {
     explicit Impl(chThreadLocal& owner) : thread(owner) {}
 
@@ -85,18 +92,25 @@ struct chThreadLocal::Impl {
     std::string strSocketPath;
     std::string strLockPath;
     std::thread receiver;
+    std::unique_ptr<asio::posix::stream_descriptor> pDescriptor;
+    std::vector<unsigned char> vecLoopBuf;
 
-    std::mutex mutex;
-    std::condition_variable cvSpace;
+    std::mutex mutex; // guards the queue and the flags below
+    std::condition_variable cvReceiver;
     std::deque<QueuedMsg> queue;
     size_t nQueuedBytes = 0;
-    bool bDrainScheduled = false;
+    uint64_t nProgress = 0;     // messages the loop has taken
+    bool bChainActive = false;  // a DrainOne is posted or running
+    bool bArmed = false;        // the loop waits for the socket itself
+    bool bReceiverIdle = false; // the receiver sleeps until the loop gets busy
     bool bStopping = false;
 
     std::unique_ptr<asio::signal_set> pSignals;
     int nExitStatus = 0;
-    // Drains already posted to the loop check this first, so a destroyed thread is never touched.
+    // Work already posted to the loop checks this first, so a destroyed thread is never touched.
     std::shared_ptr<bool> pAlive = std::make_shared<bool>(true);
+
+    bool QueueFullLocked() const { return queue.size() >= kMaxQueuedMessages || nQueuedBytes >= kMaxQueuedBytes; }
 
     void ScheduleDrain()
     {
@@ -107,46 +121,108 @@ struct chThreadLocal::Impl {
         });
     }
 
-    // Called from any thread: queue one message and make sure the loop will drain.
-    void Enqueue(QueuedMsg&& msg, bool bWaitForRoom)
+    void KickLocked()
     {
-        std::unique_lock<std::mutex> lock(mutex);
-        if (bWaitForRoom) {
-            cvSpace.wait(lock, [this] {
-                return bStopping || (queue.size() < kMaxQueuedMessages && nQueuedBytes < kMaxQueuedBytes);
-            });
-            if (bStopping)
-                return;
-        }
-        nQueuedBytes += msg.vecExtra.size();
-        queue.push_back(std::move(msg));
-        if (!bDrainScheduled) {
-            bDrainScheduled = true;
+        if (!bChainActive) {
+            bChainActive = true;
             ScheduleDrain();
         }
     }
 
-    // Runs on the loop: handles one message, then yields so timers due meanwhile get their turn.
+    // A post from this process: straight into the queue, never blocking.
+    void Enqueue(QueuedMsg&& msg)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        nQueuedBytes += msg.vecExtra.size();
+        queue.push_back(std::move(msg));
+        KickLocked();
+    }
+
+    // Moves datagrams waiting in the socket into the queue (at most nMax), within the bounds.
+    void ReadSocketLocked(std::vector<unsigned char>& vecBuf, size_t nMax = SIZE_MAX)
+    {
+        if (vecBuf.size() < wire::MAX_DATAGRAM + 1)
+            vecBuf.resize(wire::MAX_DATAGRAM + 1);
+        size_t nTaken = 0;
+        while (fd >= 0 && nTaken < nMax && !QueueFullLocked()) {
+            sockaddr_un from{};
+            socklen_t nFromLen = sizeof(from);
+            ssize_t nGot = recvfrom(fd, vecBuf.data(), vecBuf.size(), MSG_DONTWAIT | MSG_TRUNC,
+                                    reinterpret_cast<sockaddr*>(&from), &nFromLen);
+            if (nGot < 0) {
+                if (errno == EINTR)
+                    continue;
+                return;
+            }
+            size_t nLen = static_cast<size_t>(nGot);
+            wire::Header header;
+            const char* szWhy = nLen > wire::MAX_DATAGRAM ? "datagram over the maximum size"
+                                                          : wire::DecodeDatagram(vecBuf.data(), nLen, header);
+            if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
+                szWhy = "reply that nobody waits for";
+            if (szWhy != nullptr) {
+                ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zd bytes: %s",
+                                          strName.c_str(), nGot, szWhy);
+                continue;
+            }
+            QueuedMsg msg;
+            msg.header = header;
+            msg.vecExtra.assign(vecBuf.begin() + wire::HEADER_SIZE, vecBuf.begin() + static_cast<long>(nLen));
+            msg.replyAddr = from;
+            msg.nReplyLen = nFromLen;
+            nQueuedBytes += msg.vecExtra.size();
+            queue.push_back(std::move(msg));
+            ++nTaken;
+        }
+    }
+
+    // Loop only: wait for the socket to become readable, then drain again.
+    void ArmLocked()
+    {
+        if (bArmed || !pDescriptor)
+            return;
+        bArmed = true;
+        std::weak_ptr<bool> wpAlive = pAlive;
+        pDescriptor->async_wait(asio::posix::stream_descriptor::wait_read,
+                                [this, wpAlive](const asio::error_code& ec) {
+                                    if (ec == asio::error::operation_aborted || wpAlive.expired())
+                                        return;
+                                    {
+                                        std::lock_guard<std::mutex> lock(mutex);
+                                        bArmed = false;
+                                        if (bChainActive)
+                                            return;
+                                        bChainActive = true;
+                                    }
+                                    DrainOne();
+                                });
+    }
+
+    // Loop only: handles one message, then yields so that timers due meanwhile get their turn.
     void DrainOne()
     {
         QueuedMsg msg;
         {
             std::lock_guard<std::mutex> lock(mutex);
+            // One at a time: the read that finds the socket empty is the one that arms the wait.
+            if (queue.empty())
+                ReadSocketLocked(vecLoopBuf, 1);
             if (queue.empty()) {
-                bDrainScheduled = false;
+                bChainActive = false;
+                ArmLocked();
                 return;
             }
             msg = std::move(queue.front());
             queue.pop_front();
             nQueuedBytes -= msg.vecExtra.size();
+            ++nProgress;
+            if (bReceiverIdle) {
+                bReceiverIdle = false;
+                cvReceiver.notify_one();
+            }
         }
-        cvSpace.notify_one();
         Handle(msg);
-        std::lock_guard<std::mutex> lock(mutex);
-        if (queue.empty())
-            bDrainScheduled = false;
-        else
-            ScheduleDrain();
+        ScheduleDrain();
     }
 
     void Handle(QueuedMsg& queued)
@@ -166,46 +242,49 @@ struct chThreadLocal::Impl {
         SendReply(ctx, nResult != 0 ? 1 : 0, nullptr, 0);
     }
 
+    // The receiver thread: idle while the loop reads for itself; otherwise it drains the socket
+    // every tick, and continuously once the loop has made no progress for a whole tick.
     void ReceiveLoop()
     {
-        std::vector<unsigned char> vecBuf(wire::MAX_DATAGRAM + 1);
-        for (;;) {
-            sockaddr_un from{};
-            socklen_t nFromLen = sizeof(from);
-            ssize_t nGot = recvfrom(fd, vecBuf.data(), vecBuf.size(), MSG_TRUNC,
-                                    reinterpret_cast<sockaddr*>(&from), &nFromLen);
-            if (nGot < 0) {
-                if (errno == EINTR)
-                    continue;
-                break;
-            }
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                if (bStopping)
-                    break;
-            }
-            size_t nLen = static_cast<size_t>(nGot);
-            wire::Header header;
-            const char* szWhy = nLen > vecBuf.size() - 1 ? "datagram over the maximum size"
-                                                         : wire::DecodeDatagram(vecBuf.data(), nLen, header);
-            if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
-                szWhy = "reply that nobody waits for";
-            if (szWhy != nullptr) {
-                ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zd bytes: %s",
-                                          strName.c_str(), nGot, szWhy);
+        const auto tick = std::chrono::milliseconds(20);
+        std::vector<unsigned char> vecBuf;
+        std::unique_lock<std::mutex> lock(mutex);
+        uint64_t nSeen = nProgress;
+        bool bStuck = false;
+        while (!bStopping) {
+            if (bArmed) {
+                bReceiverIdle = true;
+                cvReceiver.wait(lock, [this] { return bStopping || !bReceiverIdle; });
+                nSeen = nProgress;
+                bStuck = false;
                 continue;
             }
-            QueuedMsg msg;
-            msg.header = header;
-            msg.vecExtra.assign(vecBuf.begin() + wire::HEADER_SIZE, vecBuf.begin() + static_cast<long>(nLen));
-            msg.replyAddr = from;
-            msg.nReplyLen = nFromLen;
-            Enqueue(std::move(msg), true);
+            if (!bStuck || QueueFullLocked()) {
+                cvReceiver.wait_for(lock, tick, [this] { return bStopping; });
+                if (bStopping || bArmed)
+                    continue;
+                bStuck = nProgress == nSeen;
+            } else {
+                lock.unlock();
+                pollfd pfd{fd, POLLIN, 0};
+                (void)poll(&pfd, 1, static_cast<int>(tick.count()));
+                lock.lock();
+                if (bStopping || bArmed)
+                    continue;
+                if (nProgress != nSeen)
+                    bStuck = false;
+            }
+            nSeen = nProgress;
+            ReadSocketLocked(vecBuf);
+            if (!queue.empty())
+                KickLocked();
         }
     }
 };
 
 namespace {
+
+RegistryMessageHandler g_pRegistryHandler = nullptr;
 
 std::mutex& LocalThreadsMutex()
 {
@@ -220,10 +299,6 @@ std::map<std::string, chThreadLocal::Impl*>& LocalThreads()
     return s_threads;
 }
 
-} // namespace
-
-namespace {
-RegistryMessageHandler g_pRegistryHandler = nullptr;
 } // namespace
 
 void SetRegistryMessageHandler(RegistryMessageHandler pHandler)
@@ -250,7 +325,7 @@ void PostToLocalThread(chThreadLocal::Impl* pThread, const wire::Header& header,
     if (header.nSize > 0)
         msg.vecExtra.assign(static_cast<const unsigned char*>(pData),
                             static_cast<const unsigned char*>(pData) + header.nSize);
-    pThread->Enqueue(std::move(msg), false);
+    pThread->Enqueue(std::move(msg));
 }
 
 // ---- msgObject ----
@@ -365,6 +440,11 @@ int chThreadLocal::Run()
         impl.nExitStatus = 0;
         PlatformLoop().stop();
     });
+    {
+        // Start with whatever waits; the loop then arms itself on the socket.
+        std::lock_guard<std::mutex> lock(impl.mutex);
+        impl.KickLocked();
+    }
     auto guard = asio::make_work_guard(loop);
     loop.restart();
     loop.run();
@@ -462,6 +542,7 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
         std::lock_guard<std::mutex> lock(LocalThreadsMutex());
         LocalThreads()[impl.strName] = &impl;
     }
+    impl.pDescriptor.reset(new asio::posix::stream_descriptor(PlatformLoop(), fd));
     chThreadLocal::Impl* pImpl = &impl;
     impl.receiver = std::thread([pImpl] { pImpl->ReceiveLoop(); });
     return 0;
@@ -482,11 +563,17 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
         std::lock_guard<std::mutex> lock(impl.mutex);
         impl.bStopping = true;
     }
-    impl.cvSpace.notify_all();
+    impl.cvReceiver.notify_all();
     (void)unlink(impl.strSocketPath.c_str());
     (void)shutdown(impl.fd, SHUT_RDWR);
     if (impl.receiver.joinable())
         impl.receiver.join();
+    if (impl.pDescriptor) {
+        asio::error_code ec;
+        impl.pDescriptor->cancel(ec);
+        (void)impl.pDescriptor->release();
+        impl.pDescriptor.reset();
+    }
     (void)close(impl.fd);
     impl.fd = -1;
     (void)unlink(impl.strLockPath.c_str());
@@ -496,7 +583,9 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
     std::lock_guard<std::mutex> lock(impl.mutex);
     impl.queue.clear();
     impl.nQueuedBytes = 0;
-    impl.bDrainScheduled = false;
+    impl.bChainActive = false;
+    impl.bArmed = false;
+    impl.bReceiverIdle = false;
     impl.pAlive = std::make_shared<bool>(true);
     return 0;
 }

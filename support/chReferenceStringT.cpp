@@ -203,8 +203,9 @@ void chReferenceStringT<char>::CopyTextFrom(const char* szText, int nCount)
     if (nCount < 0)
         nCount = static_cast<int>(std::strlen(szText));
     chStringData* pData = PrepareTextBuffer(nCount);
-    std::strncpy(m_pText, szText, static_cast<size_t>(nCount));
-    m_pText[nCount] = '\0';
+    size_t nCopy = strnlen(szText, static_cast<size_t>(nCount));
+    std::memcpy(m_pText, szText, nCopy);
+    std::memset(m_pText + nCopy, 0, static_cast<size_t>(nCount) - nCopy + 1);
     pData->nLength = static_cast<int32_t>(std::strlen(m_pText));
 }
 
