@@ -25,4 +25,12 @@ bool chIsLeadbyte(const char* p);
 // Blank, tab, carriage return, line feed, vertical tab and form feed.
 bool chIsWhiteSpace(int c);
 
+template <class T>
+class chReferenceStringT;
+
+// Takes from pPos the phrase up to the first of the token characters, without its surrounding
+// white space, into strPhrase, and moves pPos past the token. 0 on success; nonzero, with pPos
+// and strPhrase unchanged, when the rest of the text holds none of the tokens.
+int etlPeekPhraseByCharTokens(const char*& pPos, chReferenceStringT<char>& strPhrase, const char* szTokens);
+
 } // namespace ETL_StringHelper

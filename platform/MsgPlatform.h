@@ -11,6 +11,9 @@ namespace ETL_MsgQueueHelper {
 // The thread of this process registered under the name, or null.
 chThreadLocal::Impl* FindLocalThread(const std::string& strName);
 
+// The thread of this process registered by the given task (kernel thread id), or null.
+chThreadLocal::Impl* FindLocalThreadByTask(int nTask);
+
 // Queues a message at a thread of this process; never blocks.
 void PostToLocalThread(chThreadLocal::Impl* pThread, const wire::Header& header, const void* pData);
 

@@ -1,6 +1,7 @@
 // Named message threads: registration, the receiver that queues datagrams in arrival order, the
 // loop that hands them to the thread object one at a time, and replies.
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
 #include "MsgLoop.h"
 #include "MsgPlatform.h"
@@ -89,6 +90,7 @@ struct chThreadLocal::Impl {
 
     int fd = -1;
     int fdLock = -1;
+    int nTask = 0; // the task that registered the thread
     std::string strSocketPath;
     std::string strLockPath;
     std::thread receiver;
@@ -309,6 +311,16 @@ void SetRegistryMessageHandler(RegistryMessageHandler pHandler)
 int HandleRegistryMessage(msgObject& msg)
 {
     return g_pRegistryHandler != nullptr ? g_pRegistryHandler(msg) : 0;
+}
+
+chThreadLocal::Impl* FindLocalThreadByTask(int nTask)
+{
+    std::lock_guard<std::mutex> lock(LocalThreadsMutex());
+    for (auto& entry : LocalThreads()) {
+        if (entry.second->nTask == nTask)
+            return entry.second;
+    }
+    return nullptr;
 }
 
 chThreadLocal::Impl* FindLocalThread(const std::string& strName)
@@ -533,6 +545,7 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
 
     impl.fd = fd;
     impl.fdLock = fdLock;
+    impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
     impl.strSocketPath = strPath;
     impl.strLockPath = strLock;
     impl.bStopping = false;

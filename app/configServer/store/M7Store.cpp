@@ -1,0 +1,263 @@
+// The item table's containers and operations. The three containers are defined here, in this
+// order, so that static initialisation builds them in it and exit tears them down in reverse.
+#include "M7Store.h"
+
+#include "ConfigServer.h"
+#include "ETL_BaseHelper.h"
+#include "M7Mapping.h"
+
+#include <cstring>
+#include <new>
+
+CM7ItemList m7ItemList;
+CM7ItemMap m7ItemMap;
+CM7IgnoreList ignoreM7List;
+int32_t m7ModelChanged = 0;
+
+// ---- CM7ItemList ----
+
+CM7ItemList::CM7ItemList() : m_pHead(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}),
+                             m_pTail(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}), m_nCount(0)
+{
+    m_pHead->pNext = m_pTail;
+    m_pTail->pPrev = m_pHead;
+}
+
+CM7ItemList::~CM7ItemList()
+{
+    Clear();
+    delete m_pHead;
+    delete m_pTail;
+}
+
+void CM7ItemList::Append(CM7Item* pItem)
+{
+    CM7ListNode* pNode = ETL_NEW CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
+    m_pTail->pPrev->pNext = pNode;
+    m_pTail->pPrev = pNode;
+    ++m_nCount;
+}
+
+void CM7ItemList::Clear()
+{
+    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
+        CM7ListNode* pNode = m_pTail->pPrev;
+        pNode->pPrev->pNext = m_pTail;
+        m_pTail->pPrev = pNode->pPrev;
+        delete pNode;
+        --m_nCount;
+    }
+}
+
+// ---- CM7ItemMap ----
+
+namespace {
+
+// A block is one allocation: the link to the next block, then the nodes.
+const size_t kBlockHeader = (sizeof(void*) + alignof(CM7MapNode) - 1) / alignof(CM7MapNode) * alignof(CM7MapNode);
+
+CM7MapNode* BlockNodes(void* pBlock)
+{
+    return reinterpret_cast<CM7MapNode*>(static_cast<char*>(pBlock) + kBlockHeader);
+}
+
+void*& BlockNext(void* pBlock)
+{
+    return *static_cast<void**>(pBlock);
+}
+
+} // namespace
+
+CM7ItemMap::CM7ItemMap()
+    : m_ppBuckets(nullptr), m_nBucketCount(1000), m_nCount(0), m_pFreeNodes(nullptr), m_pBlocks(nullptr),
+      m_nNodesPerBlock(10)
+{
+}
+
+CM7ItemMap::~CM7ItemMap()
+{
+    // Exit-time teardown: keys, buckets and blocks; the records go with the process.
+    ReleaseAll(false);
+}
+
+uint32_t CM7ItemMap::Hash(const char* szName, size_t nLen)
+{
+    uint32_t h = 0;
+    for (size_t i = 0; i < nLen; ++i)
+        h = h * 131u + static_cast<unsigned char>(szName[i]);
+    return h;
+}
+
+uint32_t CM7ItemMap::BucketOf(const char* szName, size_t nLen) const
+{
+    return (Hash(szName, nLen) & 0x7fffffffu) % m_nBucketCount;
+}
+
+CM7MapNode* CM7ItemMap::Find(const char* szName, size_t nLen) const
+{
+    if (m_ppBuckets == nullptr || szName == nullptr)
+        return nullptr;
+    for (CM7MapNode* pNode = m_ppBuckets[BucketOf(szName, nLen)]; pNode != nullptr; pNode = pNode->pNext) {
+        if (static_cast<size_t>(pNode->strKey.GetLength()) == nLen &&
+            std::memcmp(pNode->strKey.c_str(), szName, nLen) == 0)
+            return pNode;
+    }
+    return nullptr;
+}
+
+CM7MapNode* CM7ItemMap::TakeNode()
+{
+    if (m_pFreeNodes == nullptr) {
+        size_t nBytes = kBlockHeader + sizeof(CM7MapNode) * static_cast<size_t>(m_nNodesPerBlock);
+        void* pBlock = ETL_NEW char[nBytes];
+        BlockNext(pBlock) = m_pBlocks;
+        m_pBlocks = pBlock;
+        // Pushed last to first, so that the block's first node is handed out first.
+        CM7MapNode* pNodes = BlockNodes(pBlock);
+        for (int32_t i = m_nNodesPerBlock - 1; i >= 0; --i) {
+            pNodes[i].pNext = m_pFreeNodes;
+            m_pFreeNodes = &pNodes[i];
+        }
+    }
+    CM7MapNode* pRaw = m_pFreeNodes;
+    m_pFreeNodes = pRaw->pNext;
+    ++m_nCount;
+    return new (pRaw) CM7MapNode{nullptr, 0, chStringA(), nullptr};
+}
+
+void CM7ItemMap::InsertOrAssign(const chStringA& strKey, CM7Item* pItem)
+{
+    size_t nLen = static_cast<size_t>(strKey.GetLength());
+    CM7MapNode* pNode = Find(strKey.c_str(), nLen);
+    if (pNode == nullptr) {
+        if (m_ppBuckets == nullptr) {
+            m_ppBuckets = ETL_NEW CM7MapNode*[m_nBucketCount];
+            std::memset(m_ppBuckets, 0, sizeof(CM7MapNode*) * m_nBucketCount);
+        }
+        pNode = TakeNode();
+        pNode->nBucket = BucketOf(strKey.c_str(), nLen);
+        pNode->strKey = strKey;
+        pNode->pNext = m_ppBuckets[pNode->nBucket];
+        m_ppBuckets[pNode->nBucket] = pNode;
+    }
+    pNode->pValue = pItem;
+}
+
+size_t CM7ItemMap::BlockCount() const
+{
+    size_t n = 0;
+    for (void* pBlock = m_pBlocks; pBlock != nullptr; pBlock = BlockNext(pBlock))
+        ++n;
+    return n;
+}
+
+void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
+{
+    // 1. The records, in bucket order.
+    if (bReleaseRecords && m_nCount >= 1 && m_nBucketCount != 0 && m_ppBuckets != nullptr) {
+        for (uint32_t b = 0; b < m_nBucketCount; ++b) {
+            for (CM7MapNode* pNode = m_ppBuckets[b]; pNode != nullptr; pNode = pNode->pNext) {
+                delete pNode->pValue;
+                pNode->pValue = nullptr;
+            }
+        }
+    }
+    // 2. The keys, then the bucket array.
+    if (m_ppBuckets != nullptr) {
+        for (uint32_t b = 0; b < m_nBucketCount; ++b) {
+            for (CM7MapNode* pNode = m_ppBuckets[b]; pNode != nullptr;) {
+                CM7MapNode* pNext = pNode->pNext;
+                pNode->~CM7MapNode();
+                pNode = pNext;
+            }
+        }
+        delete[] m_ppBuckets;
+    }
+    // 3. The pool and its blocks.
+    m_pFreeNodes = nullptr;
+    m_ppBuckets = nullptr;
+    m_nCount = 0;
+    while (m_pBlocks != nullptr) {
+        void* pNext = BlockNext(m_pBlocks);
+        delete[] static_cast<char*>(m_pBlocks);
+        m_pBlocks = pNext;
+    }
+}
+
+// ---- CM7IgnoreList ----
+
+CM7IgnoreList::CM7IgnoreList()
+    : m_pHead(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}),
+      m_pTail(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}), m_nCount(0)
+{
+    m_pHead->pNext = m_pTail;
+    m_pTail->pPrev = m_pHead;
+}
+
+CM7IgnoreList::~CM7IgnoreList()
+{
+    Clear();
+    delete m_pHead;
+    delete m_pTail;
+}
+
+void CM7IgnoreList::Append(const char* szPattern, int32_t nLength)
+{
+    CM7IgnoreNode* pNode = ETL_NEW CM7IgnoreNode{m_pTail, m_pTail->pPrev, CM7IgnoreItem{chStringA(szPattern), nLength}};
+    m_pTail->pPrev->pNext = pNode;
+    m_pTail->pPrev = pNode;
+    ++m_nCount;
+}
+
+void CM7IgnoreList::Clear()
+{
+    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
+        CM7IgnoreNode* pNode = m_pTail->pPrev;
+        pNode->pPrev->pNext = m_pTail;
+        m_pTail->pPrev = pNode->pPrev;
+        delete pNode;
+        --m_nCount;
+    }
+}
+
+// ---- operations ----
+
+CM7Item* FindM7Item(const char* szName)
+{
+    if (szName == nullptr)
+        return nullptr;
+    CM7MapNode* pNode = m7ItemMap.Find(szName, std::strlen(szName));
+    return pNode != nullptr ? pNode->pValue : nullptr;
+}
+
+void AppendM7Item(CM7Item* pItem)
+{
+    m7ItemList.Append(pItem);
+    m7ItemMap.InsertOrAssign(pItem->name, pItem);
+}
+
+void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
+{
+    if (szName == nullptr || szValue == nullptr)
+        return;
+    char szBase0[64];
+    if ((nAttr & ATTR_BASE0) != 0) {
+        FormatBase0Value(szValue, szBase0, sizeof(szBase0));
+        szValue = szBase0;
+    }
+    if (CConfigServer* pServer = GetConfigServer())
+        pServer->m_bNeedUpload = 1;
+    CM7Item* pItem = FindM7Item(szName);
+    if (pItem == nullptr) {
+        AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szValue), nAttr});
+        return;
+    }
+    pItem->value = szValue;
+    pItem->attr = nAttr;
+}
+
+void ClearM7Model()
+{
+    m7ItemMap.ReleaseAll(true);
+    m7ItemList.Clear();
+}

@@ -1,0 +1,134 @@
+// The configuration item table: every item the service has learnt, in the order of first
+// insertion (m7ItemList) and by name (m7ItemMap), the ignore list, and the flag that says the
+// user configuration file is behind the table. All of it lives on the service thread.
+#pragma once
+
+#include "chReferenceStringT.h"
+
+#include <cstddef>
+#include <cstdint>
+
+using ETL_StringHelper::chStringA;
+
+// One configuration item; allocated with the platform operators, released with the plain ones.
+struct CM7Item {
+    chStringA name;
+    chStringA value; // exactly as a configuration text carries it; may be empty
+    uint32_t attr;   // attribute flags as the name library reports them; 0 when unknown
+};
+
+struct CM7ListNode {
+    CM7ListNode* pNext;
+    CM7ListNode* pPrev;
+    CM7Item* pItem;
+};
+
+// Doubly linked list with two sentinels; does not own the records.
+class CM7ItemList {
+public:
+    CM7ItemList();
+    ~CM7ItemList();
+    CM7ItemList(const CM7ItemList&) = delete;
+    CM7ItemList& operator=(const CM7ItemList&) = delete;
+
+    void Append(CM7Item* pItem);
+    // Unlinks and frees every element node from the back; the sentinels stay.
+    void Clear();
+    uint32_t Count() const { return m_nCount; }
+    // Walk in insertion order: for (n = First(); n != End(); n = n->pNext).
+    CM7ListNode* First() const { return m_pHead->pNext; }
+    const CM7ListNode* End() const { return m_pTail; }
+
+private:
+    CM7ListNode* m_pHead;
+    CM7ListNode* m_pTail;
+    uint32_t m_nCount;
+};
+
+struct CM7MapNode {
+    CM7MapNode* pNext; // next in the same bucket chain (or in the free list)
+    uint32_t nBucket;
+    chStringA strKey;
+    CM7Item* pValue;
+};
+
+// Chained hash map with 1000 fixed buckets and nodes pooled in blocks of 10. Nothing is erased
+// singly; the map grows until the whole model is cleared.
+class CM7ItemMap {
+public:
+    CM7ItemMap();
+    ~CM7ItemMap();
+    CM7ItemMap(const CM7ItemMap&) = delete;
+    CM7ItemMap& operator=(const CM7ItemMap&) = delete;
+
+    static uint32_t Hash(const char* szName, size_t nLen);
+    uint32_t BucketOf(const char* szName, size_t nLen) const;
+
+    CM7MapNode* Find(const char* szName, size_t nLen) const;
+    void InsertOrAssign(const chStringA& strKey, CM7Item* pItem);
+
+    // The four steps of clearing the model, on the map's side: records, keys, buckets, blocks.
+    void ReleaseAll(bool bReleaseRecords);
+
+    uint32_t Count() const { return m_nCount; }
+    uint32_t BucketCount() const { return m_nBucketCount; }
+    bool HasBuckets() const { return m_ppBuckets != nullptr; }
+    size_t BlockCount() const;
+    CM7MapNode* BucketHead(uint32_t nBucket) const { return m_ppBuckets != nullptr ? m_ppBuckets[nBucket] : nullptr; }
+
+private:
+    CM7MapNode* TakeNode();
+
+    CM7MapNode** m_ppBuckets;
+    uint32_t m_nBucketCount;
+    uint32_t m_nCount;
+    CM7MapNode* m_pFreeNodes;
+    void* m_pBlocks;
+    int32_t m_nNodesPerBlock;
+};
+
+struct CM7IgnoreItem {
+    chStringA pattern; // empty when the ignore list's element had no "M7" attribute
+    int32_t length;    // 0 exact, > 0 compare that many characters, < 0 never matches
+};
+
+struct CM7IgnoreNode {
+    CM7IgnoreNode* pNext;
+    CM7IgnoreNode* pPrev;
+    CM7IgnoreItem item;
+};
+
+class CM7IgnoreList {
+public:
+    CM7IgnoreList();
+    ~CM7IgnoreList();
+    CM7IgnoreList(const CM7IgnoreList&) = delete;
+    CM7IgnoreList& operator=(const CM7IgnoreList&) = delete;
+
+    void Append(const char* szPattern, int32_t nLength);
+    // Unlinks and frees every entry from the back; the sentinels stay.
+    void Clear();
+    uint32_t Count() const { return m_nCount; }
+    CM7IgnoreNode* First() const { return m_pHead->pNext; }
+    const CM7IgnoreNode* End() const { return m_pTail; }
+
+private:
+    CM7IgnoreNode* m_pHead;
+    CM7IgnoreNode* m_pTail;
+    uint32_t m_nCount;
+};
+
+extern CM7ItemList m7ItemList;
+extern CM7ItemMap m7ItemMap;
+extern CM7IgnoreList ignoreM7List;
+// Nonzero while registry saves have changed the table since the user file was last written.
+extern int32_t m7ModelChanged;
+
+// The record of the name, or null.
+CM7Item* FindM7Item(const char* szName);
+// Appends a fully built record to the list, then enters it in the map.
+void AppendM7Item(CM7Item* pItem);
+// Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. Marks upload due.
+void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
+// Empties the table.
+void ClearM7Model();

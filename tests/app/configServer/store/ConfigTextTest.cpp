@@ -1,0 +1,125 @@
+// The configuration text: how lines split into names and values, where reading stops, how lines
+// are written, and which files count as not being text.
+#include "ConfigText.h"
+#include "ProcessHarness.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+using ETL_StringHelper::chStringA;
+
+namespace {
+
+class ConfigTextTest : public ::testing::Test {
+protected:
+    void SetUp() override { setenv("ETL_ROOT", m_root.Path().c_str(), 1); }
+    void TearDown() override { unsetenv("ETL_ROOT"); }
+
+    std::vector<std::pair<std::string, std::string>> ReadAll(const std::string& strContent)
+    {
+        testutil::WriteFile(m_root.Join("/tmp/in.cfg"), strContent);
+        std::vector<std::pair<std::string, std::string>> vecItems;
+        CM7LineReader reader;
+        EXPECT_NE(reader.Open("/tmp/in.cfg"), 0);
+        chStringA strName, strValue;
+        while (reader.Next(strName, strValue) != 0)
+            vecItems.emplace_back(strName.c_str(), strValue.c_str());
+        return vecItems;
+    }
+
+    int Sniff(const std::string& strContent)
+    {
+        testutil::WriteFile(m_root.Join("/tmp/sniff"), strContent);
+        return IsNonTextConfigFile("/tmp/sniff");
+    }
+
+    testutil::TempDir m_root;
+};
+
+typedef std::vector<std::pair<std::string, std::string>> Items;
+
+} // namespace
+
+TEST_F(ConfigTextTest, SplittingAndTrimming)
+{
+    Items items = ReadAll("#!version:1.0.0.1\n"
+                          "a.b = 1\n"
+                          "a.c=1\n"
+                          "  spaced.name   =   inner  blanks  \t\n"
+                          "url = http://x/?a=b\n"
+                          "empty =\n"
+                          "blank =    \n"
+                          "= no name\n"
+                          "no equals sign\n"
+                          "   # indented comment = x\n"
+                          "hash = value # not a comment\n"
+                          "crlf = dos\r\n"
+                          "null = %NULL%\n"
+                          "[no closing bracket = still an item\n"
+                          "last = no line end");
+    Items expected = {{"a.b", "1"},
+                      {"a.c", "1"},
+                      {"spaced.name", "inner  blanks"},
+                      {"url", "http://x/?a=b"},
+                      {"empty", ""},
+                      {"blank", ""},
+                      {"hash", "value # not a comment"},
+                      {"crlf", "dos"},
+                      {"null", "%NULL%"},
+                      {"[no closing bracket", "still an item"},
+                      {"last", "no line end"}};
+    EXPECT_EQ(items, expected);
+}
+
+TEST_F(ConfigTextTest, SectionLineEndsTheTextAndMarksAreKept)
+{
+    EXPECT_EQ(ReadAll("a = 1\n  [section]\nb = 2\n"), (Items{{"a", "1"}}));
+    EXPECT_EQ(ReadAll("\xEF\xBB\xBF#x = 1\nb = 2\n"), (Items{{"\xEF\xBB\xBF#x", "1"}, {"b", "2"}}))
+        << "a byte-order mark is not removed, so the first line is no comment";
+    std::string strHuge(3 * 1024 * 1024, 'v');
+    Items huge = ReadAll("big = " + strHuge + "\nafter = 1\n");
+    ASSERT_EQ(huge.size(), 2u);
+    EXPECT_EQ(huge[0].second.size(), strHuge.size()) << "long lines are read whole";
+    EXPECT_EQ(huge[1], (std::pair<std::string, std::string>{"after", "1"}));
+    Items nul = ReadAll(std::string("x = a\0b\n", 8) + std::string("\0y = 1\n", 7) + "z = 2\n");
+    EXPECT_EQ(nul, (Items{{"x", "a"}, {"z", "2"}})) << "text after a NUL byte is not read";
+
+    CM7LineReader reader;
+    EXPECT_EQ(reader.Open("/tmp/missing.cfg"), 0);
+    testutil::MakeParents(m_root.Join("/tmp/dir.cfg/x"));
+    EXPECT_EQ(reader.Open("/tmp/dir.cfg"), 0) << "a directory is not a configuration text";
+}
+
+TEST_F(ConfigTextTest, LineWriterLineFeedRule)
+{
+    std::string strPath = m_root.Join("/tmp/out.cfg");
+    testutil::MakeParents(strPath);
+    FILE* pFile = fopen(strPath.c_str(), "w+");
+    ASSERT_NE(pFile, nullptr);
+    chStringA strLine;
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "a", "1", false, strLine));
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "b", "", false, strLine));
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "c", "x", true, strLine));
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "d", "ends\n", false, strLine));
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "e", "ends\n\r\r", false, strLine));
+    EXPECT_TRUE(WriteM7ItemLine(pFile, "f", "cr\r", false, strLine));
+    fclose(pFile);
+    EXPECT_EQ(testutil::ReadFile(strPath), "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
+}
+
+TEST_F(ConfigTextTest, NonTextSniffing)
+{
+    EXPECT_EQ(IsNonTextConfigFile(nullptr), 1);
+    EXPECT_EQ(IsNonTextConfigFile("/tmp/does-not-exist"), 0);
+    EXPECT_EQ(Sniff(std::string(22, '\xff')), 0) << "22 bytes: too short to judge";
+    EXPECT_EQ(Sniff("#comment \xff\xfe and more bytes"), 0);
+    EXPECT_EQ(Sniff("abcdefghij\xff" "klmnopqrstuvwxyz"), 1);
+    EXPECT_EQ(Sniff("\xEF\xBB\xBF;comment \xff and more text"), 0);
+    EXPECT_EQ(Sniff("\n#comment \xff more bytes here"), 1) << "a line feed clears the start";
+    EXPECT_EQ(Sniff(" \t\r#x \xff\xff\xff more bytes here"), 0) << "blanks keep the start";
+    EXPECT_EQ(Sniff("plain = text, nothing odd here"), 0);
+    EXPECT_EQ(Sniff(std::string(20, 'a') + "\xff\xff\xff"), 0) << "only the first 20 bytes count";
+}

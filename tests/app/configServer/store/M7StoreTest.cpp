@@ -1,0 +1,115 @@
+// The item table: insertion order, replacement, hashing into the fixed buckets, pooled nodes,
+// clearing, and the item setter's rules.
+#include "ConfigServer.h"
+#include "M7Mapping.h"
+#include "M7Store.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> NamesInOrder()
+{
+    std::vector<std::string> vecNames;
+    for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext)
+        vecNames.push_back(pNode->pItem->name.c_str());
+    return vecNames;
+}
+
+class M7StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override { ClearM7Model(); }
+    void TearDown() override { ClearM7Model(); }
+};
+
+} // namespace
+
+TEST_F(M7StoreTest, ReplacementKeepsPlaceAndCount)
+{
+    SetM7Item("b.one", "1", 0);
+    SetM7Item("a.two", "2", 0);
+    SetM7Item("c.three", "3", 0);
+    SetM7Item("b.one", "changed", 0x2);
+    EXPECT_EQ(NamesInOrder(), (std::vector<std::string>{"b.one", "a.two", "c.three"}));
+    EXPECT_EQ(m7ItemMap.Count(), 3u);
+    EXPECT_EQ(m7ItemList.Count(), 3u);
+    CM7Item* pItem = FindM7Item("b.one");
+    ASSERT_NE(pItem, nullptr);
+    EXPECT_STREQ(pItem->value.c_str(), "changed");
+    EXPECT_EQ(pItem->attr, 0x2u);
+
+    // Names differ by case: two items.
+    SetM7Item("Case.Name", "upper", 0);
+    SetM7Item("case.name", "lower", 0);
+    EXPECT_STREQ(FindM7Item("Case.Name")->value.c_str(), "upper");
+    EXPECT_STREQ(FindM7Item("case.name")->value.c_str(), "lower");
+    EXPECT_EQ(FindM7Item("CASE.NAME"), nullptr);
+
+    // Null name or value: nothing happens.
+    SetM7Item(nullptr, "x", 0);
+    SetM7Item("x.y", nullptr, 0);
+    EXPECT_EQ(FindM7Item("x.y"), nullptr);
+    EXPECT_EQ(m7ItemMap.Count(), 5u);
+}
+
+TEST_F(M7StoreTest, HashBucketsMatchHandComputedValues)
+{
+    EXPECT_EQ(m7ItemMap.BucketOf("", 0), 0u);
+    EXPECT_EQ(m7ItemMap.BucketOf("a", 1), 97u);
+    EXPECT_EQ(m7ItemMap.BucketOf("ab", 2), 805u);
+    EXPECT_EQ(m7ItemMap.BucketOf("\xff\xfe", 2), 659u) << "bytes above 127 count as unsigned";
+    EXPECT_EQ(m7ItemMap.BucketOf("account.1.enable", 16), 961u) << "wraps in 32 bits";
+    EXPECT_EQ(m7ItemMap.BucketOf("\xc3\xa9t\xc3\xa9", 5), 516u);
+
+    SetM7Item("", "empty name", 0);
+    SetM7Item("ab", "x", 0);
+    ASSERT_NE(m7ItemMap.BucketHead(0), nullptr);
+    EXPECT_EQ(m7ItemMap.BucketHead(0)->nBucket, 0u);
+    EXPECT_STREQ(m7ItemMap.BucketHead(805)->strKey.c_str(), "ab");
+    EXPECT_STREQ(FindM7Item("")->value.c_str(), "empty name");
+}
+
+TEST_F(M7StoreTest, ClearReleasesAndReinsertAllocatesAfresh)
+{
+    EXPECT_FALSE(m7ItemMap.HasBuckets());
+    for (int i = 0; i < 25; ++i)
+        SetM7Item(("item." + std::to_string(i)).c_str(), "v", 0);
+    EXPECT_EQ(m7ItemMap.BlockCount(), 3u);
+    ClearM7Model();
+    EXPECT_EQ(m7ItemMap.Count(), 0u);
+    EXPECT_EQ(m7ItemList.Count(), 0u);
+    EXPECT_FALSE(m7ItemMap.HasBuckets());
+    EXPECT_EQ(m7ItemMap.BlockCount(), 0u);
+    EXPECT_EQ(FindM7Item("item.3"), nullptr);
+    EXPECT_EQ(m7ItemList.First(), m7ItemList.End());
+
+    for (int i = 0; i < 10; ++i)
+        SetM7Item(("again." + std::to_string(i)).c_str(), "v", 0);
+    EXPECT_TRUE(m7ItemMap.HasBuckets());
+    EXPECT_EQ(m7ItemMap.BlockCount(), 1u);
+    SetM7Item("again.10", "v", 0);
+    EXPECT_EQ(m7ItemMap.BlockCount(), 2u) << "the eleventh insertion takes a second block";
+    EXPECT_EQ(NamesInOrder().front(), "again.0");
+    EXPECT_EQ(NamesInOrder().back(), "again.10");
+}
+
+TEST_F(M7StoreTest, SetterAppliesBase0AndMarksUploadDue)
+{
+    CConfigServer server;
+    server.m_bNeedUpload = 0;
+    SetM7Item("linekey.1.line", "0", ATTR_BASE0);
+    EXPECT_STREQ(FindM7Item("linekey.1.line")->value.c_str(), "1");
+    EXPECT_EQ(server.m_bNeedUpload, 1);
+    SetM7Item("linekey.2.line", "abc", ATTR_BASE0);
+    EXPECT_STREQ(FindM7Item("linekey.2.line")->value.c_str(), "1");
+    SetM7Item("linekey.3.line", "-1", ATTR_BASE0);
+    EXPECT_STREQ(FindM7Item("linekey.3.line")->value.c_str(), "0");
+    SetM7Item("linekey.4.line", "2147483647", ATTR_BASE0);
+    EXPECT_STREQ(FindM7Item("linekey.4.line")->value.c_str(), "-2147483648") << "32-bit wrap, as on the phone";
+    SetM7Item("plain.value", "0", ATTR_INVERT);
+    EXPECT_STREQ(FindM7Item("plain.value")->value.c_str(), "0") << "the setter applies only the base-0 rule";
+    SetM7Item("empty.value", "", 0);
+    EXPECT_STREQ(FindM7Item("empty.value")->value.c_str(), "");
+}
