@@ -1,6 +1,9 @@
 // Construction, destruction and the stop hook of the service object.
 #include "ConfigServer.h"
 
+#include "M7Store.h"
+#include "autopTranslator.h"
+
 namespace {
 CConfigServer* g_pConfigServer = nullptr;
 } // namespace
@@ -15,6 +18,7 @@ CConfigServer::CConfigServer()
       m_timerSave(0)
 {
     m_bNeedUpload = 1;
+    m7ModelChanged = 0;
     m_strUserCfgName.clear();
     m_strUserCfgPath.clear();
     g_pConfigServer = this;
@@ -22,17 +26,16 @@ CConfigServer::CConfigServer()
 
 CConfigServer::~CConfigServer()
 {
+    // The ignore list goes with the service object; the item table goes with the process.
+    ignoreM7List.Clear();
     if (g_pConfigServer == this)
         g_pConfigServer = nullptr;
 }
 
-int CConfigServer::OnServiceStart()
-{
-    return 1;
-}
-
 int CConfigServer::OnServiceStop()
 {
+    m_sectionMonitor.UnmonitorAllSection();
     m_timerUpload.KillTimer();
+    release_trans();
     return 1;
 }

@@ -4,7 +4,10 @@
 
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_RegistryHelper.h"
+#include "sectionMonitor.h"
 
+#include <cstdint>
+#include <cstdio>
 #include <list>
 #include <string>
 
@@ -18,27 +21,79 @@ enum : uint32_t {
     CONFIG_MSG_CONVERT_KEY_LAYOUT = 0xd0008,
 };
 
+// Messages the service posts to "autoServer".
+enum : uint32_t {
+    AP_MSG_UPGRADE_USER_CFG = 0xb0209,
+    CSM_UPLOAD_USERCFG = 0xb020a,
+};
+
 class CConfigServer : public ETL_MsgQueueHelper::chThreadLocal {
 public:
+    typedef ETL_MsgQueueHelper::msgObject msgObject;
+
     CConfigServer();
     ~CConfigServer() override;
     CConfigServer(const CConfigServer&) = delete;
     CConfigServer& operator=(const CConfigServer&) = delete;
 
-    // The dispatcher: 1 when the service or the base class handled the message, else 0.
-    int TryThreadMessage(ETL_MsgQueueHelper::msgObject& msg) override;
-    // Start-up hook; always 1.
+    // The dispatcher (Dispatch.cpp): 1 when the service or the base class handled the message.
+    int TryThreadMessage(msgObject& msg) override;
+    // Start-up hook (StartUp.cpp); always 1.
     int OnServiceStart() override;
     // Stop hook: ends the watches, stops the upload check, releases the translator.
     int OnServiceStop() override;
+
+    // Merge load (MergeLoad.cpp): 1 when the file was read, 0 when it could not be opened.
+    int MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert);
+    int LoadM7Model(const char* szPath, int bInvert);
+    int LoadIgnoreM7List();
+
+    // Configuration file writer (ConfigWriter.cpp).
+    void SaveUserConfig(const char* szPath, int bAllNull);
+    int ExportCustomConfig(const char* szPath);
+
+    // Hardware address of "esw0", else "eth0" (StartUp.cpp): 1 when read.
+    int ReadHwMacAddress(unsigned char* pMac);
+
+    // Reload and upload (ReloadUser.cpp, ReloadAll.cpp).
+    int OnUploadUserConfig(msgObject& msg);
+    int OnReloadUserConfig(msgObject& msg);
+    void OnReloadAllConfig(const char* szPath);
+
+    // Clearing (ClearUser.cpp).
+    int OnClearUserConfig(msgObject& msg);
+
+    // Deferred registry save (RegistrySave.cpp).
+    int OnRegistryChanged(msgObject& msg);
+    int OnSaveTimer(msgObject& msg);
+
+    // Export of changed configuration (ExportChanged.cpp).
+    int OnExportCfg(msgObject& msg);
+    int OnExportAllChangedConfig(const char* szPath);
+
+    // Key layouts (keys/).
+    int OnConvertKeyLayout(msgObject& msg);
+    int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
 
     int m_bNeedUpload;
     ETL_MsgQueueHelper::chThreadTimer m_timerUpload;
     std::string m_strUserCfgName;
     std::string m_strUserCfgPath;
     std::list<HREGISTRY> m_listPendingDocs;
+    sectionMonitor m_sectionMonitor;
     ETL_MsgQueueHelper::chThreadTimer m_timerSave;
+
+    // The upload check's period; only a test build of the program shortens it.
+    static uint64_t s_nUploadIntervalMs;
 };
 
 // The one service object while it exists (for the item setter, which marks uploads due).
 CConfigServer* GetConfigServer();
+
+// The walk of the changed-configuration export over one directory level (recursing), and the
+// comparison of one INI file with its factory twin (ExportChanged.cpp).
+void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* pStream);
+void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, FILE* pStream);
+
+// The filter through which saved registry keys reach the item table (RegistrySave.cpp).
+int RegistrySaveFilter(const char* szFile, const char* szSection, const char* szKey, const char* szValue);

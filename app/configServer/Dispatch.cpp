@@ -7,6 +7,24 @@ int CConfigServer::TryThreadMessage(msgObject& msg)
 {
     int nHandled = 0;
     switch (msg.message) {
+    case CONFIG_MSG_REGISTRY_CHANGED:
+        nHandled = OnRegistryChanged(msg);
+        break;
+    case CONFIG_MSG_UPLOAD_USER_CFG:
+        nHandled = OnUploadUserConfig(msg);
+        break;
+    case CONFIG_MSG_RELOAD_USER_CFG:
+        nHandled = OnReloadUserConfig(msg);
+        break;
+    case CONFIG_MSG_CLEAR_USER_CFG:
+        nHandled = OnClearUserConfig(msg);
+        break;
+    case CONFIG_MSG_EXPORT_CFG:
+        nHandled = OnExportCfg(msg);
+        break;
+    case CONFIG_MSG_CONVERT_KEY_LAYOUT:
+        nHandled = OnConvertKeyLayout(msg);
+        break;
     default:
         break;
     }

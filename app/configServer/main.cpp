@@ -29,6 +29,10 @@ int main()
                  g_szTraceVersion, __DATE__, __TIME__);
 #pragma GCC diagnostic pop
 
+#ifdef CFG_UPLOAD_INTERVAL_MS
+    CConfigServer::s_nUploadIntervalMs = CFG_UPLOAD_INTERVAL_MS;
+#endif
+
     int nResult;
     {
         CConfigServer server;

@@ -1,0 +1,90 @@
+// Writing the item table as configuration text: the user configuration file (with its ".bak"
+// step) and the whole-table export. Files are rewritten whole, in place, as the phone expects.
+#include "ConfigServer.h"
+
+#include "ConfigText.h"
+#include "ETL_FileHelper.h"
+#include "ETL_MiscHelper.h"
+#include "ETL_TraceHelper.h"
+#include "M7Mapping.h"
+#include "M7Store.h"
+#include "fwTrace.h"
+
+#include <cstdio>
+#include <memory>
+
+using ETL_StringHelper::chStringA;
+
+namespace {
+
+const char* const kCustomConfigPath = "/tmp/_custom_config.cfg";
+const size_t kWriteBuffer = 64 * 1024;
+
+struct FileCloser {
+    void operator()(FILE* pFile) const { (void)fclose(pFile); }
+};
+typedef std::unique_ptr<FILE, FileCloser> FilePtr;
+
+// Opens the target "w+" and writes the header; null (after the trace) when either fails.
+FilePtr OpenWithHeader(const char* szTarget)
+{
+    FilePtr pFile(ETL_FileHelper::etlFopen(szTarget, "w+"));
+    if (!pFile) {
+        ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
+        return FilePtr();
+    }
+    (void)setvbuf(pFile.get(), nullptr, _IOFBF, kWriteBuffer);
+    // Flushed at once, so that a file that cannot grow shows here and not lines later.
+    if (fwrite(kM7Header, 1, kM7HeaderLength, pFile.get()) != kM7HeaderLength || fflush(pFile.get()) != 0) {
+        ETL_TraceHelper::etlTrace(2, "can't write M7 header");
+        return FilePtr();
+    }
+    return pFile;
+}
+
+// Item lines of every item that may reach a text file; encrypted and reboot items are left out
+// (and reported when bReportSkips).
+void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
+{
+    chStringA strLine;
+    for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext) {
+        const CM7Item& item = *pNode->pItem;
+        if ((item.attr & (ATTR_ENCRYPT | ATTR_REBOOT)) != 0) {
+            if (bReportSkips)
+                printf("skip: %s [%s]\n", item.name.c_str(), SkipReasonText(item.attr));
+            continue;
+        }
+        if (!WriteM7ItemLine(pFile, item.name.c_str(), item.value.c_str(), bAllNull, strLine))
+            ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
+    }
+}
+
+} // namespace
+
+void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
+{
+    // Keep the previous content in ".bak" first; a missing user file comes back from it.
+    if (!m_strUserCfgPath.empty()) {
+        std::string strBackup = m_strUserCfgPath + ".bak";
+        if (ETL_MiscHelper::pathFileExist(m_strUserCfgPath.c_str()) != 0)
+            (void)fwCopyFile(m_strUserCfgPath.c_str(), strBackup.c_str());
+        else if (ETL_MiscHelper::pathFileExist(strBackup.c_str()) != 0)
+            (void)fwCopyFile(strBackup.c_str(), m_strUserCfgPath.c_str());
+    }
+    const char* szTarget = szPath != nullptr ? szPath : m_strUserCfgPath.c_str();
+    FilePtr pFile = OpenWithHeader(szTarget);
+    if (!pFile)
+        return;
+    WriteItems(pFile.get(), bAllNull != 0, true);
+    pFile.reset();
+    m7ModelChanged = 0;
+}
+
+int CConfigServer::ExportCustomConfig(const char* szPath)
+{
+    FilePtr pFile = OpenWithHeader(szPath != nullptr ? szPath : kCustomConfigPath);
+    if (!pFile)
+        return 0;
+    WriteItems(pFile.get(), false, false);
+    return 1;
+}
