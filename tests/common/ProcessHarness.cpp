@@ -197,6 +197,11 @@ std::string ConfigServerBin()
     return CFG_CONFIGSERVER_BIN;
 }
 
+std::string ConfigServerFastUploadBin()
+{
+    return CFG_CONFIGSERVER_FAST_BIN;
+}
+
 std::string EtlmsgBin()
 {
     return CFG_ETLMSG_BIN;
@@ -209,14 +214,42 @@ ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& ve
     return RunTool(vecFull, strRoot, nTimeoutMs);
 }
 
-Service::Service(const std::string& strRoot, const std::string& strCwd, const std::vector<std::string>& vecEnv)
+bool NamespacesAvailable()
+{
+    static int s_nAvailable = -1;
+    if (s_nAvailable < 0) {
+        int nStatus = system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1");
+        s_nAvailable = (nStatus == 0) ? 1 : 0;
+    }
+    return s_nAvailable == 1;
+}
+
+Service::Service(const std::string& strRoot, const ServiceOptions& options)
     : m_strRoot(strRoot), m_strOutDir(strRoot + "/.test-out")
 {
     (void)mkdir(m_strOutDir.c_str(), 0755);
-    if (!m_child.Start({ConfigServerBin()}, strRoot, m_strOutDir, strCwd.empty() ? strRoot : strCwd, vecEnv))
+    std::string strBin = options.bFastUpload ? ConfigServerFastUploadBin() : ConfigServerBin();
+    std::vector<std::string> vecArgs{strBin};
+    if (!options.strHwMac.empty() || options.bNoInterface) {
+        // A namespace of its own, so that the hardware address is the test's choice.
+        std::string strScript = "ip link set lo up; ";
+        if (!options.strHwMac.empty())
+            strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac +
+                         " && ";
+        strScript += "exec \"$0\"";
+        vecArgs = {"/usr/bin/unshare", "-n", "sh", "-c", strScript, strBin};
+    }
+    std::string strCwd = options.strCwd.empty() ? strRoot : options.strCwd;
+    if (!m_child.Start(vecArgs, strRoot, m_strOutDir, strCwd))
         return;
-    ToolResult wait = Etlmsg(strRoot, {"wait", "configServer", "--timeout", "10000"});
-    m_bStarted = wait.nExit == 0 && Ping();
+    m_bStarted = !options.bWaitReady || WaitReady(10000);
+}
+
+bool Service::WaitReady(int nTimeoutMs)
+{
+    ToolResult wait = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)},
+                             nTimeoutMs + 5000);
+    return wait.nExit == 0 && Ping(nTimeoutMs);
 }
 
 Service::~Service()

@@ -71,15 +71,27 @@ bool WaitForText(const std::string& strPath, const std::string& strText, int nTi
 // Paths of the built programs.
 std::string ConfigServerBin();
 std::string EtlmsgBin();
+std::string ConfigServerFastUploadBin();
 
 // etlmsg under the root, with its arguments.
 ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs = 10000);
 
+// How to start the service.
+struct ServiceOptions {
+    std::string strCwd;       // working directory (default: the root)
+    std::string strHwMac;     // run in a network namespace with esw0 of this address ("" = host)
+    bool bNoInterface = false; // run in a network namespace without esw0 or eth0
+    bool bFastUpload = false; // the test build whose upload check runs every second
+    bool bWaitReady = true;   // wait for the first ping answer (false for a long MAC wait)
+};
+
+// True when this machine lets a test make a network namespace with a veth interface.
+bool NamespacesAvailable();
+
 // The service under a root, started and answering ping; quits it when destroyed.
 class Service {
 public:
-    explicit Service(const std::string& strRoot, const std::string& strCwd = "",
-                     const std::vector<std::string>& vecEnv = {});
+    explicit Service(const std::string& strRoot, const ServiceOptions& options = ServiceOptions());
     ~Service();
     bool Started() const { return m_bStarted; }
     // Sends a ping: when it returns, every message posted before it has been handled.
@@ -89,6 +101,8 @@ public:
     Child& Process() { return m_child; }
     std::string Stderr() const { return m_child.Stderr(); }
     std::string Stdout() const { return m_child.Stdout(); }
+    // Waits for the first ping answer (after a start without bWaitReady).
+    bool WaitReady(int nTimeoutMs);
 
 private:
     std::string m_strRoot;

@@ -1,0 +1,110 @@
+// Merging configuration texts into the item table: precedence, skipped items and their lines,
+// inversion, and the ignore-list loader.
+#include "ConfigServer.h"
+#include "M7Store.h"
+#include "ServiceFixture.h"
+
+namespace {
+
+class MergeLoadTest : public ServiceRootTest {
+protected:
+    void SetUp() override
+    {
+        ServiceRootTest::SetUp();
+        ClearM7Model();
+        ignoreM7List.Clear();
+    }
+    void TearDown() override
+    {
+        ClearM7Model();
+        ServiceRootTest::TearDown();
+    }
+    std::string Value(const char* szName)
+    {
+        CM7Item* pItem = FindM7Item(szName);
+        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
+    }
+    CConfigServer m_server;
+};
+
+} // namespace
+
+TEST_F(MergeLoadTest, PrecedenceWithinAndAcrossFiles)
+{
+    Write("/tmp/a.cfg", "#!version:1.0.0.1\ntest.plain = first\ntest.other = a\ntest.plain = second\n");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 0, 0), 1);
+    EXPECT_EQ(Value("test.plain"), "second") << "a later line wins when repetition is not skipped";
+    ClearM7Model();
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 1, 0), 1);
+    std::string strOut = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Value("test.plain"), "first");
+    EXPECT_NE(strOut.find("MergeLoadM7Model: skip repetition:[test.plain] \n"), std::string::npos) << strOut;
+
+    Write("/tmp/b.cfg", "test.other = b\nnew.name = n\n");
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 1, 0), 1);
+    EXPECT_EQ(Value("test.other"), "a") << "skip repetition keeps what was loaded before";
+    EXPECT_EQ(Value("new.name"), "n") << "and adds what is missing";
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 0, 0), 1);
+    EXPECT_EQ(Value("test.other"), "b");
+
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/missing.cfg", 0, 0), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "open[/tmp/missing.cfg] failed!\n");
+    Write("/tmp/header.cfg", "#!version:1.0.0.1\n");
+    uint32_t nBefore = m7ItemList.Count();
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/header.cfg", 0, 0), 1);
+    EXPECT_EQ(m7ItemList.Count(), nBefore);
+    EXPECT_EQ(m_server.LoadM7Model(nullptr, 0), 0);
+}
+
+TEST_F(MergeLoadTest, SkippedItemsInversionAndKeptFlags)
+{
+    ASSERT_EQ(m_server.LoadIgnoreM7List(), 1);
+    SetM7Item("test.reboot", "kept", 0);
+    Write("/tmp/c.cfg", "test.ignored = x\ntest.encrypt = secret\ntest.reboot = new\ntest.encreboot = y\n"
+                        "test.invert = 1\ntest.both = 7\nunknown.item = u\n");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/c.cfg", 0, 1), 1);
+    std::string strOut = ::testing::internal::GetCapturedStdout();
+    EXPECT_NE(strOut.find("IgnoreUserCfg: skip:[test.ignored]\n"), std::string::npos);
+    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.encrypt]\n"), std::string::npos);
+    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.reboot]\n"), std::string::npos);
+    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.encreboot]\n"), std::string::npos);
+    EXPECT_EQ(Value("test.ignored"), "<absent>");
+    EXPECT_EQ(Value("test.encrypt"), "<absent>");
+    EXPECT_EQ(Value("test.reboot"), "kept");
+    EXPECT_EQ(Value("test.invert"), "0");
+    EXPECT_EQ(Value("test.both"), "0") << "inverted: 7 is not 0";
+    EXPECT_EQ(FindM7Item("test.invert")->attr, 0x1000u);
+    EXPECT_EQ(FindM7Item("unknown.item")->attr, 0u);
+
+    // Without the switch values stay as written; a re-merge keeps the flags the item has.
+    FindM7Item("test.invert")->attr = 0x4;
+    Write("/tmp/d.cfg", "test.invert = 1\n");
+    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/d.cfg", 0, 0), 1);
+    EXPECT_EQ(Value("test.invert"), "1");
+    EXPECT_EQ(FindM7Item("test.invert")->attr, 0x4u);
+}
+
+TEST_F(MergeLoadTest, IgnoreListLoader)
+{
+    Write("/phone/resource/autopIgnroeM7.xml",
+          "<data><item M7=\"a.b\" length=\"3\"/><other M7=\"x\"/><item length=\"0\"/><item M7=\"no.length\"/></data>");
+    ASSERT_EQ(m_server.LoadIgnoreM7List(), 1);
+    ASSERT_EQ(ignoreM7List.Count(), 3u);
+    CM7IgnoreNode* pNode = ignoreM7List.First();
+    EXPECT_STREQ(pNode->item.pattern.c_str(), "a.b");
+    EXPECT_EQ(pNode->item.length, 3);
+    pNode = pNode->pNext;
+    EXPECT_STREQ(pNode->item.pattern.c_str(), "");
+    EXPECT_EQ(pNode->item.length, 0);
+    EXPECT_EQ(pNode->pNext->item.length, -1);
+
+    ignoreM7List.Clear();
+    Write("/phone/resource/autopIgnroeM7.xml", "<notdata/>");
+    EXPECT_EQ(m_server.LoadIgnoreM7List(), 0);
+    Write("/phone/resource/autopIgnroeM7.xml", "not xml <<");
+    EXPECT_EQ(m_server.LoadIgnoreM7List(), 0);
+    EXPECT_EQ(ignoreM7List.Count(), 0u);
+}

@@ -1,0 +1,187 @@
+// Start-up of the real program: how the user configuration file is named and loaded (hardware
+// address, device library, ForceSync, legacy file), and the section watches.
+#include "ServiceFixture.h"
+
+#include <sys/stat.h>
+
+using testutil::Service;
+using testutil::ServiceOptions;
+
+namespace {
+
+class StartUpTest : public ServiceRootTest {
+protected:
+    // The item lines the running service holds, through the whole-table export.
+    std::string ExportedTable()
+    {
+        testutil::MakeParents(Real("/tmp/x"));
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"}).nExit, 0);
+        return Read("/tmp/table.cfg");
+    }
+};
+
+#define REQUIRE_NAMESPACES()                                                                                        \
+    if (!testutil::NamespacesAvailable())                                                                           \
+    GTEST_SKIP() << "network namespaces (unshare -n with a veth interface) are not available here"
+
+size_t Count(const std::string& strText, const std::string& strWhat)
+{
+    size_t n = 0;
+    for (size_t nPos = strText.find(strWhat); nPos != std::string::npos; nPos = strText.find(strWhat, nPos + 1))
+        ++n;
+    return n;
+}
+
+} // namespace
+
+TEST_F(StartUpTest, HardwareAddressNamesTheUserFileInLowercase)
+{
+    REQUIRE_NAMESPACES();
+    Write("/config/0a1b2c3d4e5f-local.cfg", "#!version:1.0.0.1\ntest.plain = from hardware name\n");
+    ServiceOptions options;
+    options.strHwMac = "0A:1B:2C:3D:4E:5F";
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg\n"), std::string::npos);
+    EXPECT_EQ(service.Stderr().find("Invalid MAC Address"), std::string::npos);
+    EXPECT_NE(ExportedTable().find("test.plain = from hardware name\n"), std::string::npos);
+}
+
+TEST_F(StartUpTest, AllZeroAddressWaitsForTheDeviceLibrary)
+{
+    REQUIRE_NAMESPACES();
+    Write("/etc/device/mac", "000000000000\n");
+    ServiceOptions options;
+    options.bNoInterface = true;
+    options.bWaitReady = false;
+    Service service(m_root.Path(), options);
+    std::string strErrPath = service.Process().StderrPath();
+    std::string strLine = "Invalid MAC Address... sleep 1s\n";
+    auto HasThree = [&] { return Count(testutil::ReadFile(strErrPath), strLine) >= 3; };
+    for (int i = 0; i < 1000 && !HasThree(); ++i)
+        usleep(5000);
+    ASSERT_TRUE(HasThree()) << service.Stderr();
+    Write("/etc/device/mac", "0a1b2c3d4e5f\n");
+    ASSERT_TRUE(service.WaitReady(10000));
+    EXPECT_EQ(Count(service.Stderr(), strLine), 3u);
+    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
+}
+
+TEST_F(StartUpTest, MissingOrEmptyMacFileEndsTheWait)
+{
+    REQUIRE_NAMESPACES();
+    for (bool bEmpty : {false, true}) {
+        if (bEmpty)
+            Write("/etc/device/mac", "");
+        ServiceOptions options;
+        options.bNoInterface = true;
+        Service service(m_root.Path(), options);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Count(service.Stderr(), "Invalid MAC Address... sleep 1s"), 1u);
+        EXPECT_NE(service.Stderr().find("User Config Path = -local.cfg\n"), std::string::npos) << service.Stderr();
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+}
+
+TEST_F(StartUpTest, ForceSyncAndMissingUserFile)
+{
+    Write("/config/ForceSync.cfg", "");
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    EXPECT_NE(service.Stderr().find("User Config Path = mac-local.cfg\n"), std::string::npos);
+    EXPECT_NE(service.Stderr().find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
+    // The service runs with an empty user configuration and writes it where the name says.
+    EXPECT_EQ(ExportedTable(), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
+}
+
+TEST_F(StartUpTest, LegacyFileAloneIsLoadedAndKept)
+{
+    REQUIRE_NAMESPACES();
+    testutil::TempDir cwd;
+    testutil::WriteFile(cwd.Join("mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = legacy\n");
+    ServiceOptions options;
+    options.strHwMac = "0a:1b:2c:3d:4e:5f";
+    options.strCwd = cwd.Path();
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    EXPECT_NE(service.Stdout().find("find:[mac-local.cfg]\n"), std::string::npos);
+    EXPECT_NE(ExportedTable().find("test.plain = legacy\n"), std::string::npos);
+    EXPECT_TRUE(testutil::FileExists(cwd.Join("mac-local.cfg")));
+}
+
+TEST_F(StartUpTest, LegacyAndMacFileMergeWithLegacyWinning)
+{
+    REQUIRE_NAMESPACES();
+    testutil::TempDir cwd;
+    testutil::WriteFile(cwd.Join("mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = legacy\n");
+    testutil::WriteFile(cwd.Join("mac-local.cfg.bak"), "old backup\n");
+    std::string strMacFile = "#!version:1.0.0.1\ntest.plain = mac file\ntest.other = only in mac file\n";
+    Write("/config/0a1b2c3d4e5f-local.cfg", strMacFile);
+    // ForceSync names the user file "mac-local.cfg", but the migrated file is still the MAC one.
+    Write("/config/ForceSync.cfg", "");
+    ServiceOptions options;
+    options.strHwMac = "0a:1b:2c:3d:4e:5f";
+    options.strCwd = cwd.Path();
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    std::string strTable = ExportedTable();
+    EXPECT_NE(strTable.find("test.plain = legacy\n"), std::string::npos) << strTable;
+    EXPECT_NE(strTable.find("test.other = only in mac file\n"), std::string::npos);
+    EXPECT_NE(service.Stdout().find("find:[/config/0a1b2c3d4e5f-local.cfg]\n"), std::string::npos);
+    EXPECT_NE(service.Stdout().find("MergeLoadM7Model: skip repetition:[test.plain] \n"), std::string::npos);
+    EXPECT_FALSE(testutil::FileExists(cwd.Join("mac-local.cfg")));
+    EXPECT_FALSE(testutil::FileExists(cwd.Join("mac-local.cfg.bak")));
+    EXPECT_EQ(Read("/config/0a1b2c3d4e5f-local.cfg"), strMacFile) << "left as it was until the next write";
+}
+
+TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
+{
+    Write("/config/ForceSync.cfg", "");
+    Write("/phone/resource/sectionMonitor.xml",
+          "<regMonitor>\n"
+          " <section file=\"/config/watch.ini\" section=\"Net\" action=\"First\"/>\n"
+          " <note/>\n"
+          " <section file=\"/config/watch.ini\" section=\"Net\" action=\"Second\" handle=\"0\"/>\n"
+          " <section file=\"\" section=\"Net\" action=\"Unwatched\" handle=\"5\"/>\n"
+          " <section file=\"/config/watch.ini\" section=\"Other\" action=\"Third\" handle=\"0\"/>\n"
+          "</regMonitor>\n");
+    Write("/boot/bin/autopTranslator.xml",
+          "<translator>\n"
+          " <method name=\"First\" thread=\"autoServer\" id=\"0xb0301\" text=\"first\"/>\n"
+          " <method name=\"Second\" thread=\"autoServer\" id=\"0xb0302\"/>\n"
+          " <method name=\"Third\" thread=\"autoServer\" id=\"0xb0303\" wparam=\"3\" lparam=\"-3\"/>\n"
+          " <method name=\"Unwatched\" thread=\"autoServer\" id=\"0xb0304\"/>\n"
+          "</translator>\n");
+    AutoServerListener listener(m_root.Path());
+    ASSERT_TRUE(listener.Ready());
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    EXPECT_EQ(Msg({"reg-set", "/config/watch.ini", "Net", "Mode", "1"}).nExit, 0);
+    EXPECT_EQ(Msg({"reg-set", "/config/watch.ini", "Other", "Key", "2"}).nExit, 0);
+    EXPECT_EQ(Msg({"reg-set", "/config/watch.ini", "Unlisted", "Key", "3"}).nExit, 0);
+    ASSERT_TRUE(service.Ping());
+    EXPECT_EQ(listener.Finish(), "id=0xb0301 wparam=0 lparam=0 size=6 data=\"first\\0\"\n"
+                                 "id=0xb0303 wparam=3 lparam=-3 size=0 data=\"\"\n");
+    std::string strErr = service.Stderr();
+    EXPECT_EQ(Count(strErr, "sectionMonitor::OnSectionChanged  Begin\n"), 2u);
+    EXPECT_EQ(Count(strErr, "sectionMonitor::OnSectionChanged  End\n"), 2u);
+    EXPECT_NE(strErr.find("sectionMonitor::StartMonitor End\n"), std::string::npos);
+}
+
+TEST_F(StartUpTest, BrokenResourceFilesDoNotStopStartUp)
+{
+    Write("/config/ForceSync.cfg", "");
+    Write("/phone/resource/sectionMonitor.xml", "<<< not xml");
+    Write("/phone/resource/autopIgnroeM7.xml", "");
+    Write("/boot/bin/autopTranslator.xml", "<other/>");
+    testutil::MakeParents(Real("/config/mac-local.cfg/x")); // a directory where the user file belongs
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    std::string strErr = service.Stderr();
+    EXPECT_NE(strErr.find("failed to load [/phone/resource/autopIgnroeM7.xml]."), std::string::npos);
+    EXPECT_NE(strErr.find("failed to load config_translator[/boot/bin/autopTranslator.xml]."), std::string::npos);
+    EXPECT_NE(strErr.find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
+    EXPECT_EQ(service.Quit(0), 0);
+}
