@@ -164,6 +164,17 @@ int ReplaceFileSafely(const std::string& strReal, const std::string& strText)
     return 0;
 }
 
+// What a change reports once it is made: taken when the value is set, delivered afterwards.
+struct ChangeReport {
+    int nOwnerTask = 0;
+    uint32_t nDocument = 0;
+    uint32_t nSection = 0;
+    std::vector<chRegistryMonitor::msgEntryPair> vecWatches;
+};
+
+bool ApplySet(const char* szFile, const char* szSection, const char* szKey, const char* szValue, ChangeReport& report);
+void DeliverReport(const ChangeReport& report, bool bNow);
+
 // Texts that would not survive a round trip through an INI file are refused.
 bool IsStorableName(const char* sz, const char* szForbidden)
 {
@@ -224,9 +235,14 @@ int HandleRegistryRequest(msgObject& msg)
         msg.ReplyMessage(0);
         return 1;
     }
-    // Answer first: the sender learns the value is set; the reports follow on this thread.
+    // The value is set and the owner read before the answer; the reports follow it.
+    ChangeReport report;
+    if (!ApplySet(vecTexts[0], vecTexts[1], vecTexts[2], vecTexts[3], report)) {
+        msg.ReplyMessage(0);
+        return 1;
+    }
     msg.ReplyMessage(1);
-    (void)regSetValue(vecTexts[0], vecTexts[1], vecTexts[2], vecTexts[3], msg.wParam == 1);
+    DeliverReport(report, msg.wParam == 1);
     return 1;
 }
 
@@ -344,43 +360,58 @@ bool regGetValue(const char* szFile, const char* szSection, const char* szKey, s
     return true;
 }
 
-HREGISTRY regSetValue(const char* szFile, const char* szSection, const char* szKey, const char* szValue, bool bNow)
+namespace ETL_RegistryHelper {
+namespace {
+
+bool ApplySet(const char* szFile, const char* szSection, const char* szKey, const char* szValue, ChangeReport& report)
 {
-    if (szFile == nullptr || szSection == nullptr || szKey == nullptr || szValue == nullptr)
-        return nullptr;
-    RegDocument* pDoc;
-    uint32_t nSection;
-    std::vector<std::pair<ETL_MsgQueueHelper::chMsgProcesser*, ETL_MsgQueueHelper::chMsgProcesser::msgHandler>> vecCalls;
-    int nOwner;
-    {
-        std::lock_guard<std::recursive_mutex> lock(State().mutex);
-        pDoc = DocumentOf(szFile);
-        if (pDoc->ini.SetValue(szSection, szKey, szValue) < 0)
-            return nullptr;
-        nSection = SectionHandle(pDoc, szSection);
-        for (chRegistryMonitor* pMonitor : State().setMonitors) {
-            auto it = pMonitor->Watches().find(chRegistryMonitor::regSection(szFile, szSection));
-            if (it != pMonitor->Watches().end())
-                vecCalls.push_back(it->second);
-        }
+    std::lock_guard<std::recursive_mutex> lock(State().mutex);
+    RegDocument* pDoc = DocumentOf(szFile);
+    if (pDoc->ini.SetValue(szSection, szKey, szValue) < 0)
+        return false;
+    report.nDocument = pDoc->nHandle;
+    report.nSection = SectionHandle(pDoc, szSection);
+    for (chRegistryMonitor* pMonitor : State().setMonitors) {
+        auto it = pMonitor->Watches().find(chRegistryMonitor::regSection(szFile, szSection));
+        if (it != pMonitor->Watches().end())
+            report.vecWatches.push_back(it->second);
     }
     uCRegistryHelper* pRegistry = uCRegistryHelpergetGlobalObject();
     pRegistry->Lock(-1);
-    nOwner = pRegistry->GetSharedState()->nOwnerTask;
+    report.nOwnerTask = pRegistry->GetSharedState()->nOwnerTask;
     pRegistry->Unlock();
-    if (nOwner != 0) {
-        if (ETL_MsgQueueHelper::chThreadLocal::Impl* pThread = ETL_MsgQueueHelper::FindLocalThreadByTask(nOwner)) {
+    return true;
+}
+
+void DeliverReport(const ChangeReport& report, bool bNow)
+{
+    if (report.nOwnerTask != 0) {
+        if (ETL_MsgQueueHelper::chThreadLocal::Impl* pThread = ETL_MsgQueueHelper::FindLocalThreadByTask(report.nOwnerTask)) {
             ETL_MsgQueueHelper::wire::Header header;
             header.nId = 0x9001;
-            header.nWparam = static_cast<int32_t>(pDoc->nHandle);
+            header.nWparam = static_cast<int32_t>(report.nDocument);
             header.nLparam = bNow ? 2 : 0;
             ETL_MsgQueueHelper::PostToLocalThread(pThread, header, nullptr);
         }
     }
     // Watches run here, on the thread that hosts the registry, which is the watcher's thread.
-    for (auto& call : vecCalls) {
-        msgObject change(ETL_MsgQueueHelper::MSG_PLATFORM_SECTION_CHANGED, 0, static_cast<int32_t>(nSection), nullptr, 0);
-        (void)(call.first->*call.second)(change);
+    for (const chRegistryMonitor::msgEntryPair& watch : report.vecWatches) {
+        msgObject change(ETL_MsgQueueHelper::MSG_PLATFORM_SECTION_CHANGED, 0, static_cast<int32_t>(report.nSection),
+                         nullptr, 0);
+        (void)(watch.first->*watch.second)(change);
     }
-    return ToHandle(pDoc->nHandle);
+}
+
+} // namespace
+} // namespace ETL_RegistryHelper
+
+HREGISTRY regSetValue(const char* szFile, const char* szSection, const char* szKey, const char* szValue, bool bNow)
+{
+    if (szFile == nullptr || szSection == nullptr || szKey == nullptr || szValue == nullptr)
+        return nullptr;
+    ChangeReport report;
+    if (!ApplySet(szFile, szSection, szKey, szValue, report))
+        return nullptr;
+    DeliverReport(report, bNow);
+    return ToHandle(report.nDocument);
 }

@@ -131,6 +131,7 @@ TEST(Registry, ChangesReachTheOwnerTaskAndTheWatches)
     monitor.MonitorSection("/config/w.ini", "Watched", &host, MSG_HANDLER(&CRegistryHost::OnWatchB));
 
     std::vector<int> vecReplies;
+    g_nHostTask = ETL_MiscHelper::etlGetCurrentTaskId();
     std::thread sender([&] {
         vecReplies.push_back(SendRegSet("/config/w.ini", "Other", "k", "before owner", false));
         // Bind the owner task the way the service's start-up does.
@@ -143,7 +144,6 @@ TEST(Registry, ChangesReachTheOwnerTaskAndTheWatches)
         vecReplies.push_back(SendRegSet("/config/w.ini", "Bad]Section", "k", "v", false));
         msgSendMsgToThread(msgGetThreadByName("regHost"), MSG_PLATFORM_QUIT, 0, 0, 0, nullptr, 5000, nullptr, nullptr);
     });
-    g_nHostTask = ETL_MiscHelper::etlGetCurrentTaskId();
     host.Run();
     sender.join();
     uCSystemShareHelper::getGlobalObject().DestroyLocalThread(host);
