@@ -187,3 +187,19 @@ TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
     EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
     EXPECT_NE(second.Finish().find("id=0xb020a wparam=1"), std::string::npos);
 }
+
+TEST_F(ReloadTest, ExportRequestsAndTheirDefaultPaths)
+{
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "9", "2", "--text", "/tmp/never.cfg"}).strOut, "1\n");
+    EXPECT_FALSE(Exists("/tmp/never.cfg"));
+    EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
+    EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0"}).strOut, "1\n");
+    EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "1"}).strOut, "1\n");
+    EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "1", "--text", "/missing/dir/x.cfg"}).strOut, "1\n");
+    EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
+}

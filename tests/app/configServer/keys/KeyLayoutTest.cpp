@@ -1,0 +1,256 @@
+// Key layouts: converting selected keys into items, comparing layouts with their factory copies,
+// and the export of changed configuration that uses both.
+#include "ConfigServer.h"
+#include "KeyLayout.h"
+#include "M7Store.h"
+#include "ServiceFixture.h"
+
+#include <unistd.h>
+
+namespace {
+
+const char* const kAttrs[] = {"type", "line", "value", "label", "extension", "xml_phonebook", "pickup_value"};
+const char* const kKeys[] = {"type", "itemdata::line", "itemdata::value", "itemdata::label", "itemdata::extension",
+                             "itemdata::xml_phonebook", "itemdata::pickup_value"};
+
+class KeyLayoutTest : public ServiceRootTest {
+protected:
+    void SetUp() override
+    {
+        ServiceRootTest::SetUp();
+        std::string strMap = "<configMap>\n";
+        auto AddSet = [&](const std::string& strName, const std::string& strFile, const std::string& strPrefix,
+                          bool bLineFlag) {
+            for (int i = 0; i < 7; ++i)
+                strMap += " <item m7=\"" + strName + ".{n+1}." + kAttrs[i] + "\" file=\"" + strFile + "\" section=\"" +
+                          strPrefix + ".item.{n}\" key=\"" + kKeys[i] + "\"" +
+                          (i == 1 && bLineFlag ? " flags=\"0x800\"" : "") + " range=\"0-299\"/>\n";
+        };
+        AddSet("linekey", "/config/data/linekey.xml", "dsskey", true);
+        AddSet("programablekey", "/config/data/programkey.xml", "programkey", false);
+        AddSet("exp5", "/config/data/expkey5.xml", "dsskey", true);
+        AddSet("expminus", "/config/data/expkey-1.xml", "dsskey", true);
+        AddSet("exp3", "/config/data/expkey3.xml", "dsskey", true);
+        strMap += " <item m7=\"test.plain\" file=\"/config/t.ini\" section=\"S\" key=\"plain\"/>\n"
+                  " <item m7=\"test.other\" file=\"/config/t.ini\" section=\"S\" key=\"other\"/>\n"
+                  " <item m7=\"test.base0\" file=\"/config/t.ini\" section=\"S\" key=\"base0\" flags=\"0x800\"/>\n"
+                  " <item m7=\"test.invert\" file=\"/config/t.ini\" section=\"S\" key=\"invert\" flags=\"0x1000\"/>\n"
+                  " <item m7=\"test.both\" file=\"/config/t.ini\" section=\"S\" key=\"both\" flags=\"0x1800\"/>\n"
+                  " <item m7=\"test.encrypt\" file=\"/config/t.ini\" section=\"S\" key=\"encrypt\" flags=\"0x1\"/>\n"
+                  " <item m7=\"test.reboot\" file=\"/config/t.ini\" section=\"S\" key=\"reboot\" flags=\"0x2\"/>\n"
+                  " <item m7=\"phone_setting.phone_lock.unlock_pin\" file=\"/config/t.ini\" section=\"Lock\" key=\"PIN\"/>\n"
+                  " <item m7=\"test.newsection\" file=\"/config/t.ini\" section=\"New\" key=\"k\"/>\n"
+                  " <item m7=\"sub.key\" file=\"/config/sub/s.cfg\" section=\"S\" key=\"k\"/>\n"
+                  "</configMap>\n";
+        Write("/phone/resource/configMap.xml", strMap);
+        configParser_Reset();
+        ClearM7Model();
+        m_server.m_strUserCfgPath = "/config/user-local.cfg";
+        testutil::MakeParents(Real("/tmp/x"));
+    }
+    void TearDown() override
+    {
+        ClearM7Model();
+        ServiceRootTest::TearDown();
+    }
+
+    static std::string Key(const std::string& strType, const std::string& strItemdata)
+    {
+        return "<item type=\"" + strType + "\">" + strItemdata + "</item>";
+    }
+    static std::string Data(const std::string& strLine, const std::string& strLabel, const std::string& strPickup = "")
+    {
+        return "<itemdata line=\"" + strLine + "\" value=\"v\" label=\"" + strLabel +
+               "\" extension=\"e\" xml_phonebook=\"x\" pickup_value=\"" + strPickup + "\"/>";
+    }
+    static std::string Layout(const std::string& strRoot, int nKeys, const std::string& strLabelPrefix = "L")
+    {
+        std::string strXml = "<" + strRoot + ">";
+        for (int i = 0; i < nKeys; ++i)
+            strXml += Key("15", Data("0", strLabelPrefix + std::to_string(i)));
+        return strXml + "</" + strRoot + ">";
+    }
+    std::string Value(const std::string& strName)
+    {
+        CM7Item* pItem = FindM7Item(strName.c_str());
+        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
+    }
+    int Convert(std::vector<unsigned char>& vecSelection, uint32_t nKeySet, int32_t nModule = 0)
+    {
+        return m_server.LoadKeyLayoutToM7(vecSelection.data(), static_cast<int>(vecSelection.size()), nKeySet, nModule);
+    }
+
+    CConfigServer m_server;
+};
+
+} // namespace
+
+TEST_F(KeyLayoutTest, ConversionOfSelectedKeys)
+{
+    Write("/config/data/linekey.xml",
+          "<dsskey>" + Key("15", Data("0", "first")) + Key("16", Data("-1", "")) + Key("17", "") +
+              Key("18", Data("3", "fourth")) + "</dsskey>");
+    std::vector<unsigned char> vecSelection{0, 1, 2};
+    EXPECT_EQ(Convert(vecSelection, 0), 1) << "a first zero byte converts nothing, and still succeeds";
+    EXPECT_EQ(m7ItemList.Count(), 0u);
+    EXPECT_EQ(vecSelection, (std::vector<unsigned char>{0, 1, 2}));
+
+    vecSelection = {2, 2, 0, 1};
+    EXPECT_EQ(Convert(vecSelection, 7), 1) << "key set 7 reads linekey.xml";
+    EXPECT_EQ(vecSelection, (std::vector<unsigned char>{255, 255, 0, 1})) << "bytes after a zero are not read";
+    EXPECT_EQ(Value("linekey.2.type"), "16");
+    EXPECT_EQ(Value("linekey.2.line"), "0") << "-1 counted from 0 is 0";
+    EXPECT_EQ(Value("linekey.2.label"), "") << "an empty attribute sets empty text";
+    EXPECT_EQ(Value("linekey.1.type"), "<absent>");
+
+    vecSelection = {3, 1};
+    EXPECT_EQ(Convert(vecSelection, 0), 1);
+    EXPECT_EQ(Value("linekey.3.type"), "17");
+    EXPECT_EQ(Value("linekey.3.line"), "0") << "no itemdata: line reads -1";
+    EXPECT_EQ(Value("linekey.3.value"), "");
+    EXPECT_EQ(Value("linekey.1.line"), "1");
+    EXPECT_EQ(Value("linekey.1.label"), "first");
+    EXPECT_EQ(Value("linekey.4.type"), "<absent>") << "keys not named stay as they are";
+}
+
+TEST_F(KeyLayoutTest, IndexesCountEverySiblingAndByte255)
+{
+    Write("/config/data/programkey.xml", "<programkey>" + Key("1", Data("0", "a")) + "visible text" +
+                                             "<other/>" + Key("2", Data("5", "b")) + "</programkey>");
+    std::vector<unsigned char> vecSelection{4};
+    EXPECT_EQ(Convert(vecSelection, 3), 1);
+    EXPECT_EQ(Value("programablekey.4.type"), "2") << "text and other elements take indexes of their own";
+    EXPECT_EQ(Value("programablekey.4.line"), "5") << "no base-0 flag: text unchanged";
+
+    Write("/config/data/linekey.xml", Layout("dsskey", 256));
+    vecSelection = {255};
+    EXPECT_EQ(Convert(vecSelection, 0), 1);
+    EXPECT_EQ(Value("linekey.255.label"), "L254");
+
+    Write("/config/data/expkey5.xml", Layout("dsskey", 2));
+    Write("/config/data/expkey-1.xml", Layout("dsskey", 2, "M"));
+    vecSelection = {1};
+    EXPECT_EQ(Convert(vecSelection, 2, 5), 1);
+    EXPECT_EQ(Value("exp5.1.label"), "L0");
+    vecSelection = {2};
+    EXPECT_EQ(Convert(vecSelection, 2, -1), 1);
+    EXPECT_EQ(Value("expminus.2.label"), "M1");
+}
+
+TEST_F(KeyLayoutTest, ConversionFailuresAndTheMessage)
+{
+    std::vector<unsigned char> vecSelection{1};
+    EXPECT_EQ(m_server.LoadKeyLayoutToM7(nullptr, 3, 0, 0), 0);
+    EXPECT_EQ(m_server.LoadKeyLayoutToM7(vecSelection.data(), 0, 0, 0), 0);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(Convert(vecSelection, 1), 0);
+    Write("/config/data/linekey.xml", "not xml <");
+    EXPECT_EQ(Convert(vecSelection, 0), 0);
+    Write("/config/data/linekey.xml", "<programkey/>");
+    EXPECT_EQ(Convert(vecSelection, 0), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "Load failed:[/config/data/memkey.xml]Load failed:[/config/data/linekey.xml]Get Node [dsskey] failed!\n");
+
+    // The message: no extra data is not handled and writes nothing; a zero list rewrites the file.
+    ETL_MsgQueueHelper::msgObject empty(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, nullptr, 0);
+    EXPECT_EQ(m_server.TryThreadMessage(empty), 0);
+    EXPECT_FALSE(Exists("/config/user-local.cfg"));
+    Write("/config/data/linekey.xml", Layout("dsskey", 3));
+    unsigned char zero[2] = {0, 3};
+    ETL_MsgQueueHelper::msgObject none(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, zero, 2);
+    EXPECT_EQ(m_server.TryThreadMessage(none), 1);
+    EXPECT_EQ(Read("/config/user-local.cfg"), "#!version:1.0.0.1\n");
+    unsigned char two[1] = {2};
+    ETL_MsgQueueHelper::msgObject one(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, two, 1);
+    EXPECT_EQ(m_server.TryThreadMessage(one), 1);
+    EXPECT_NE(Read("/config/user-local.cfg").find("linekey.2.label = L1\n"), std::string::npos);
+    EXPECT_NE(Read("/config/user-local.cfg").find("linekey.2.line = 1\n"), std::string::npos);
+}
+
+TEST_F(KeyLayoutTest, ComparisonWithTheFactoryCopy)
+{
+    std::string strPath = Real("/tmp/keys.out");
+    auto Compare = [&](uint32_t nKeySet, int32_t nModule) {
+        FILE* pFile = fopen(strPath.c_str(), "w+");
+        ExportChangedKeyLayout(pFile, nKeySet, nModule);
+        fclose(pFile);
+        return testutil::ReadFile(strPath);
+    };
+    Write("/config/data/linekey.xml", Layout("dsskey", 3));
+    Write("/phone/factory/data/linekey.xml", Layout("dsskey", 3));
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(Compare(0, -1), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "cmp:[/config/data/linekey.xml] [/phone/factory/data/linekey.xml]\n");
+
+    // Only pickup_value differs: all seven mapped lines of the key, in lookup order.
+    Write("/config/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "", "p")) +
+                                          Key("15", Data("-1", "L2")) + "</dsskey>");
+    Write("/phone/factory/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "")) +
+                                                 Key("15", Data("0", "L2")) + "</dsskey>");
+    EXPECT_EQ(Compare(0, -1), "linekey.2.type = 15\nlinekey.2.line = 1\nlinekey.2.value = v\nlinekey.2.label = %NULL%\n"
+                              "linekey.2.extension = e\nlinekey.2.xml_phonebook = x\nlinekey.2.pickup_value = p\n"
+                              "linekey.3.type = 15\nlinekey.3.line = 0\nlinekey.3.value = v\nlinekey.3.label = L2\n"
+                              "linekey.3.extension = e\nlinekey.3.xml_phonebook = x\nlinekey.3.pickup_value = %NULL%\n");
+
+    // Without the base-0 flag the line is written as it stands; 10 keys against 12 compare 10.
+    Write("/config/data/programkey.xml", Layout("programkey", 10, "C"));
+    Write("/phone/factory/data/programkey.xml", Layout("programkey", 12, "F"));
+    std::string strOut = Compare(3, -1);
+    EXPECT_NE(strOut.find("programablekey.10.line = 0\n"), std::string::npos);
+    EXPECT_EQ(strOut.find("programablekey.11."), std::string::npos);
+    Write("/config/data/programkey.xml", Layout("programkey", 12, "C"));
+    Write("/phone/factory/data/programkey.xml", Layout("programkey", 10, "F"));
+    EXPECT_EQ(Compare(3, -1), strOut);
+
+    Write("/config/data/expkey3.xml", Layout("dsskey", 2));
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(Compare(2, 3), "");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Load failed:[/phone/factory/data/expkey3.xml]");
+}
+
+TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
+{
+    Write("/config/t.ini", "[S]\nplain = ?1\nother = ?2\nbase0 = 0\ninvert = 5\nboth = 0\nencrypt = x\nreboot = 9\n"
+                           "unmapped = 1\n[Lock]\nPIN = 4321\n[New]\nk = \n");
+    Write("/phone/factory/t.ini", "[S]\nplain = 1\nother = 1\nbase0 = 1\ninvert = 0\nboth = 1\nencrypt = y\nreboot = 0\n"
+                                  "[Lock]\nPIN = 0000\n");
+    Write("/config/sub/s.cfg", "[S]\nk = changed\n");
+    Write("/config/notwin.cfg", "[S]\nplain = x\n");
+    Write("/config/noext", "[S]\nplain = x\n");
+    Write("/config/ignored.txt", "[S]\nplain = x\n");
+    ASSERT_EQ(symlink(Real("/config/t.ini").c_str(), Real("/config/link.cfg").c_str()), 0);
+    Write("/config/" + std::string(240, 'd') + "/deep/x.cfg", "[S]\nk = 1\n");
+    Write("/phone/factory/" + std::string(240, 'd') + "/deep/x.cfg", "[S]\nk = 2\n");
+    Write("/phone/factory/link.cfg", "[S]\nplain = 1\n");
+    Write("/phone/factory/noext", "");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(m_server.OnExportAllChangedConfig("/tmp/all.cfg"), 1);
+    std::string strOut = ::testing::internal::GetCapturedStdout();
+    std::string strFile = Read("/tmp/all.cfg");
+    EXPECT_EQ(strFile.substr(0, 18), "#!version:1.0.0.1\n");
+    EXPECT_EQ(strFile.find("test.plain"), std::string::npos) << "?1 against 1 is not a change";
+    EXPECT_NE(strFile.find("test.other = ?2\n"), std::string::npos);
+    EXPECT_NE(strFile.find("test.base0 = 1\n"), std::string::npos);
+    EXPECT_NE(strFile.find("test.invert = 0\n"), std::string::npos);
+    EXPECT_NE(strFile.find("test.both = 0\n"), std::string::npos);
+    EXPECT_EQ(strFile.find("test.encrypt"), std::string::npos);
+    EXPECT_NE(strFile.find("test.reboot = 9\n"), std::string::npos) << "reboot items are exported here";
+    EXPECT_EQ(strFile.find("unlock_pin"), std::string::npos);
+    EXPECT_NE(strFile.find("test.newsection = %NULL%\n"), std::string::npos) << "a section missing from the twin";
+    EXPECT_EQ(strFile.find("sub.key"), std::string::npos);
+    EXPECT_NE(strOut.find("getname faile, name:[/config/t.ini] S, unmapped\n"), std::string::npos);
+    EXPECT_NE(strOut.find("dir /phone/factory//sub not found!\n"), std::string::npos) << strOut;
+    EXPECT_NE(strOut.find("Not regular file [/config/link.cfg]. Skiped.\n"), std::string::npos);
+    EXPECT_NE(strOut.find("test.other = ?2\n"), std::string::npos) << "every line is echoed";
+    EXPECT_NE(strOut.find("Path too long"), std::string::npos);
+
+    // Identical trees: the header and nothing else.
+    Write("/phone/factory/t.ini", Read("/config/t.ini"));
+    ASSERT_EQ(unlink(Real("/config/link.cfg").c_str()), 0);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(m_server.OnExportAllChangedConfig(nullptr), 1);
+    (void)::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Read("/tmp/all_config.cfg"), "#!version:1.0.0.1\n");
+    EXPECT_EQ(m_server.OnExportAllChangedConfig("/nodir/x.cfg"), 0);
+}
