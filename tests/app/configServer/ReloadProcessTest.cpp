@@ -113,7 +113,7 @@ TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     std::string strUser = Read("/config/mac-local.cfg");
-    Write("/tmp/binary.cfg", std::string("PK\x03\x04 zip archive \xff\xfe\x01 data", 28));
+    Write("/tmp/binary.cfg", "PK\x03\x04 zip archive \xff\xfe\x01 data and more");
     EXPECT_EQ(Reload(0, "/tmp/binary.cfg").strOut, "0\n") << "non-text: refused before anything else";
     EXPECT_EQ(Reload(0, "/tmp/missing.cfg").strOut, "1\n");
     EXPECT_NE(service.Stderr().find("failed to reload user config."), std::string::npos);
