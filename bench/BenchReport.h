@@ -12,7 +12,8 @@ public:
     {
         for (const Run& run : vecRuns) {
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                m_mapMedian[run.run_name.function_name] = run.GetAdjustedRealTime();
+                m_mapMedian[run.run_name.function_name +
+                            (run.run_name.args.empty() ? "" : "/" + run.run_name.args)] = run.GetAdjustedRealTime();
         }
         ConsoleReporter::ReportRuns(vecRuns);
     }

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace {
@@ -38,9 +39,12 @@ struct SwitchEntry {
 struct NameMap {
     bool bLoaded = false;
     bool bFailureTraced = false;
-    std::deque<MapEntry> entries; // deque: descriptors handed out stay where they are
-    std::unordered_map<std::string, const MapEntry*> byPath;
-    std::unordered_map<std::string, const MapEntry*> byName;
+    // Deques: descriptors handed out, and the texts the views below point into, never move.
+    std::deque<MapEntry> entries;
+    std::deque<std::string> pathKeys;
+    // Views, so that a lookup builds no string of its own.
+    std::unordered_map<std::string_view, const MapEntry*> byPath;
+    std::unordered_map<std::string_view, const MapEntry*> byName;
     std::unordered_map<std::string, SwitchEntry> switches;
 };
 
@@ -50,14 +54,16 @@ NameMap& Map()
     return s_map;
 }
 
-std::string PathKey(const char* szFile, const char* szSection, const char* szKey)
+// file, section and key joined by NULs, in a buffer reused from call to call.
+const std::string& PathKey(const char* szFile, const char* szSection, const char* szKey)
 {
-    std::string strKey = szFile;
-    strKey += '\0';
-    strKey += szSection;
-    strKey += '\0';
-    strKey += szKey;
-    return strKey;
+    static std::string s_strKey;
+    s_strKey.assign(szFile);
+    s_strKey += '\0';
+    s_strKey += szSection;
+    s_strKey += '\0';
+    s_strKey += szKey;
+    return s_strKey;
 }
 
 std::string Expand(const char* szText, long n)
@@ -131,8 +137,9 @@ void AddItem(NameMap& map, pugi::xml_node item, long n, bool bExpand)
     MapEntry& stored = map.entries.back();
     stored.info.name = stored.strName.c_str();
     // The first entry wins in both directions.
-    map.byPath.emplace(PathKey(stored.strFile.c_str(), stored.strSection.c_str(), stored.strKey.c_str()), &stored);
-    map.byName.emplace(stored.strName, &stored);
+    map.pathKeys.push_back(PathKey(stored.strFile.c_str(), stored.strSection.c_str(), stored.strKey.c_str()));
+    map.byPath.emplace(std::string_view(map.pathKeys.back()), &stored);
+    map.byName.emplace(std::string_view(stored.strName), &stored);
 }
 
 void LoadMap()
@@ -193,7 +200,7 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
         return -1;
     LoadMap();
     const NameMap& map = Map();
-    auto it = map.byPath.find(PathKey(szFile, szSection, szKey));
+    auto it = map.byPath.find(std::string_view(PathKey(szFile, szSection, szKey)));
     if (it == map.byPath.end())
         return -1;
     const MapEntry& entry = *it->second;
@@ -211,7 +218,7 @@ const config_info_t* get_config_info_t(const char* szName)
         return nullptr;
     LoadMap();
     const NameMap& map = Map();
-    auto it = map.byName.find(szName);
+    auto it = map.byName.find(std::string_view(szName));
     return it == map.byName.end() ? nullptr : &it->second->info;
 }
 
@@ -234,9 +241,10 @@ int configParser_GetConfigInt(const char* szName)
 void configParser_Reset()
 {
     NameMap& map = Map();
-    map.entries.clear();
     map.byPath.clear();
     map.byName.clear();
+    map.pathKeys.clear();
+    map.entries.clear();
     map.switches.clear();
     map.bLoaded = false;
 }

@@ -97,8 +97,20 @@ CM7MapNode* CM7ItemMap::Find(const char* szName, size_t nLen) const
 {
     if (m_ppBuckets == nullptr || szName == nullptr)
         return nullptr;
-    for (CM7MapNode* pNode = m_ppBuckets[BucketOf(szName, nLen)]; pNode != nullptr; pNode = pNode->pNext) {
-        if (static_cast<size_t>(pNode->strKey.GetLength()) == nLen &&
+    uint32_t nHash = Hash(szName, nLen);
+    CM7MapNode* pNode = FindHashed(szName, nLen, nHash);
+    if (pNode == nullptr) {
+        m_strLastMiss.assign(szName, nLen);
+        m_nLastMissHash = nHash;
+        m_nLastMissAt = m_nInserts;
+    }
+    return pNode;
+}
+
+CM7MapNode* CM7ItemMap::FindHashed(const char* szName, size_t nLen, uint32_t nHash) const
+{
+    for (CM7MapNode* pNode = m_ppBuckets[(nHash & 0x7fffffffu) % m_nBucketCount]; pNode != nullptr; pNode = pNode->pNext) {
+        if (pNode->nKeyHash == nHash && static_cast<size_t>(pNode->strKey.GetLength()) == nLen &&
             std::memcmp(pNode->strKey.c_str(), szName, nLen) == 0)
             return pNode;
     }
@@ -122,21 +134,26 @@ CM7MapNode* CM7ItemMap::TakeNode()
     CM7MapNode* pRaw = m_pFreeNodes;
     m_pFreeNodes = pRaw->pNext;
     ++m_nCount;
-    return new (pRaw) CM7MapNode{nullptr, 0, chStringA(), nullptr};
+    return new (pRaw) CM7MapNode{nullptr, 0, 0, chStringA(), nullptr};
 }
 
 void CM7ItemMap::InsertOrAssign(const chStringA& strKey, CM7Item* pItem)
 {
     size_t nLen = static_cast<size_t>(strKey.GetLength());
-    CM7MapNode* pNode = Find(strKey.c_str(), nLen);
+    uint32_t nHash = Hash(strKey.c_str(), nLen);
+    bool bKnownAbsent = m_nLastMissAt == m_nInserts && m_nLastMissHash == nHash && m_strLastMiss.size() == nLen &&
+                        std::memcmp(m_strLastMiss.data(), strKey.c_str(), nLen) == 0;
+    CM7MapNode* pNode = (bKnownAbsent || m_ppBuckets == nullptr) ? nullptr : FindHashed(strKey.c_str(), nLen, nHash);
     if (pNode == nullptr) {
         if (m_ppBuckets == nullptr) {
             m_ppBuckets = ETL_NEW CM7MapNode*[m_nBucketCount];
             std::memset(m_ppBuckets, 0, sizeof(CM7MapNode*) * m_nBucketCount);
         }
         pNode = TakeNode();
-        pNode->nBucket = BucketOf(strKey.c_str(), nLen);
+        pNode->nKeyHash = nHash;
+        pNode->nBucket = (nHash & 0x7fffffffu) % m_nBucketCount;
         pNode->strKey = strKey;
+        ++m_nInserts;
         pNode->pNext = m_ppBuckets[pNode->nBucket];
         m_ppBuckets[pNode->nBucket] = pNode;
     }
@@ -174,6 +191,7 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
         delete[] m_ppBuckets;
     }
     // 3. The pool and its blocks.
+    ++m_nInserts; // a remembered miss says nothing about the next table
     m_pFreeNodes = nullptr;
     m_ppBuckets = nullptr;
     m_nCount = 0;
@@ -207,10 +225,12 @@ void CM7IgnoreList::Append(const char* szPattern, int32_t nLength)
     m_pTail->pPrev->pNext = pNode;
     m_pTail->pPrev = pNode;
     ++m_nCount;
+    ++m_nVersion;
 }
 
 void CM7IgnoreList::Clear()
 {
+    ++m_nVersion;
     while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
         CM7IgnoreNode* pNode = m_pTail->pPrev;
         pNode->pPrev->pNext = m_pTail;
