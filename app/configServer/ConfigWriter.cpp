@@ -18,7 +18,7 @@ using ETL_StringHelper::chStringA;
 namespace {
 
 const char* const kCustomConfigPath = "/tmp/_custom_config.cfg";
-const size_t kWriteBuffer = 64 * 1024;
+const size_t kWriteBuffer = 256 * 1024;
 
 struct FileCloser {
     void operator()(FILE* pFile) const { (void)fclose(pFile); }
@@ -46,7 +46,7 @@ FilePtr OpenWithHeader(const char* szTarget)
 // (and reported when bReportSkips).
 void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
 {
-    chStringA strLine;
+    std::string strLine;
     for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext) {
         const CM7Item& item = *pNode->pItem;
         if ((item.attr & (ATTR_ENCRYPT | ATTR_REBOOT)) != 0) {
@@ -54,7 +54,7 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
                 printf("skip: %s [%s]\n", item.name.c_str(), SkipReasonText(item.attr));
             continue;
         }
-        if (!WriteM7ItemLine(pFile, item.name.c_str(), item.value.c_str(), bAllNull, strLine))
+        if (!WriteM7ItemLine(pFile, item.name, item.value, bAllNull, strLine))
             ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
     }
 }

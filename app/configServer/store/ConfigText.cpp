@@ -52,16 +52,20 @@ bool M7EndsWithLineFeed(const char* pText, size_t nLength)
     return nLength > 0 && pText[nLength - 1] == '\n';
 }
 
-bool WriteM7ItemLine(FILE* pFile, const char* szName, const char* szValue, bool bAllNull, chStringA& strLine)
+bool WriteM7ItemLine(FILE* pFile, const chStringA& strName, const chStringA& strValue, bool bAllNull,
+                     std::string& strLine)
 {
-    const char* szShown = (bAllNull || szValue == nullptr || szValue[0] == '\0') ? kM7NullValue : szValue;
-    strLine = chStringA(szName) + " = ";
-    strLine = strLine + szShown;
-    size_t nLength = static_cast<size_t>(strLine.GetLength());
-    if (fwrite(strLine.c_str(), 1, nLength, pFile) != nLength)
+    strLine.assign(strName.c_str(), static_cast<size_t>(strName.GetLength()));
+    strLine += " = ";
+    if (bAllNull || strValue.IsEmpty())
+        strLine += kM7NullValue;
+    else
+        strLine.append(strValue.c_str(), static_cast<size_t>(strValue.GetLength()));
+    // The stream belongs to one writer at a time: no need for stdio's per-call lock.
+    if (fwrite_unlocked(strLine.data(), 1, strLine.size(), pFile) != strLine.size())
         return false;
-    if (!M7EndsWithLineFeed(strLine.c_str(), nLength))
-        (void)fwrite("\n", 1, 1, pFile);
+    if (!M7EndsWithLineFeed(strLine.data(), strLine.size()))
+        (void)fwrite_unlocked("\n", 1, 1, pFile);
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <string>
 
 extern const char kM7Header[];       // "#!version:1.0.0.1\n"
 extern const size_t kM7HeaderLength; // 18
@@ -31,9 +32,10 @@ bool M7EndsWithLineFeed(const char* pText, size_t nLength);
 
 // Writes "name = value" (or "%NULL%" for an empty value, or always with bAllNull) in one write,
 // then "\n" in a second unless the text already ends with a line feed. False when the first
-// write did not complete; the line text is then in strLine for the caller's trace.
-bool WriteM7ItemLine(FILE* pFile, const char* szName, const char* szValue, bool bAllNull,
-                     ETL_StringHelper::chStringA& strLine);
+// write did not complete; the line text is then in strLine (a buffer the caller reuses from line
+// to line) for the caller's trace.
+bool WriteM7ItemLine(FILE* pFile, const ETL_StringHelper::chStringA& strName,
+                     const ETL_StringHelper::chStringA& strValue, bool bAllNull, std::string& strLine);
 
 // 1 when the file does not start as plain configuration text (or the path is null), else 0.
 int IsNonTextConfigFile(const char* szPath);

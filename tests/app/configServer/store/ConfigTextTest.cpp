@@ -99,13 +99,16 @@ TEST_F(ConfigTextTest, LineWriterLineFeedRule)
     testutil::MakeParents(strPath);
     FILE* pFile = fopen(strPath.c_str(), "w+");
     ASSERT_NE(pFile, nullptr);
-    chStringA strLine;
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "a", "1", false, strLine));
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "b", "", false, strLine));
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "c", "x", true, strLine));
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "d", "ends\n", false, strLine));
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "e", "ends\n\r\r", false, strLine));
-    EXPECT_TRUE(WriteM7ItemLine(pFile, "f", "cr\r", false, strLine));
+    std::string strLine;
+    auto Line = [&](const char* szName, const char* szValue, bool bAllNull) {
+        return WriteM7ItemLine(pFile, chStringA(szName), chStringA(szValue), bAllNull, strLine);
+    };
+    EXPECT_TRUE(Line("a", "1", false));
+    EXPECT_TRUE(Line("b", "", false));
+    EXPECT_TRUE(Line("c", "x", true));
+    EXPECT_TRUE(Line("d", "ends\n", false));
+    EXPECT_TRUE(Line("e", "ends\n\r\r", false));
+    EXPECT_TRUE(Line("f", "cr\r", false));
     fclose(pFile);
     EXPECT_EQ(testutil::ReadFile(strPath), "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
 }
