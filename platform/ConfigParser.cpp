@@ -22,10 +22,8 @@ const char* const kMapPath = "/phone/resource/configMap.xml";
 const long kMaxRangeSize = 100000;
 
 struct MapEntry {
+    std::string strPathKey; // file, section and key joined by NULs
     std::string strName;
-    std::string strFile;
-    std::string strSection;
-    std::string strKey;
     config_info_t info;
 };
 
@@ -39,9 +37,8 @@ struct SwitchEntry {
 struct NameMap {
     bool bLoaded = false;
     bool bFailureTraced = false;
-    // Deques: descriptors handed out, and the texts the views below point into, never move.
+    // A deque: descriptors handed out, and the texts the views below point into, never move.
     std::deque<MapEntry> entries;
-    std::deque<std::string> pathKeys;
     // Views, so that a lookup builds no string of its own.
     std::unordered_map<std::string_view, const MapEntry*> byPath;
     std::unordered_map<std::string_view, const MapEntry*> byName;
@@ -128,17 +125,14 @@ void AddItem(NameMap& map, pugi::xml_node item, long n, bool bExpand)
     };
     MapEntry entry;
     entry.strName = Text("m7");
-    entry.strFile = Text("file");
-    entry.strSection = Text("section");
-    entry.strKey = Text("key");
+    entry.strPathKey = PathKey(Text("file").c_str(), Text("section").c_str(), Text("key").c_str());
     entry.info.attr = 0;
     (void)ParseFlags(item.attribute("flags").value(), entry.info.attr);
     map.entries.push_back(std::move(entry));
     MapEntry& stored = map.entries.back();
     stored.info.name = stored.strName.c_str();
     // The first entry wins in both directions.
-    map.pathKeys.push_back(PathKey(stored.strFile.c_str(), stored.strSection.c_str(), stored.strKey.c_str()));
-    map.byPath.emplace(std::string_view(map.pathKeys.back()), &stored);
+    map.byPath.emplace(std::string_view(stored.strPathKey), &stored);
     map.byName.emplace(std::string_view(stored.strName), &stored);
 }
 
@@ -158,6 +152,14 @@ void LoadMap()
         map.bFailureTraced = true;
         return;
     }
+    // Size the indexes once: a large map would otherwise be rehashed a dozen times.
+    size_t nExpected = 0;
+    for (pugi::xml_node node = root.child("item"); node; node = node.next_sibling("item")) {
+        long nFrom = 0, nTo = 0;
+        nExpected += ParseRange(node.attribute("range").value(), nFrom, nTo) ? static_cast<size_t>(nTo - nFrom + 1) : 1;
+    }
+    map.byPath.reserve(nExpected);
+    map.byName.reserve(nExpected);
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
         if (std::strcmp(node.name(), "item") == 0) {
             unsigned int nFlags = 0;
@@ -243,7 +245,6 @@ void configParser_Reset()
     NameMap& map = Map();
     map.byPath.clear();
     map.byName.clear();
-    map.pathKeys.clear();
     map.entries.clear();
     map.switches.clear();
     map.bLoaded = false;

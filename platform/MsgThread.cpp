@@ -17,6 +17,7 @@
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
+#include <malloc.h>
 #include <map>
 #include <poll.h>
 #include <mutex>
@@ -457,6 +458,9 @@ int chThreadLocal::Run()
         std::lock_guard<std::mutex> lock(impl.mutex);
         impl.KickLocked();
     }
+    // Start-up leaves freed memory behind (parsed files, expanded name maps); give it back before
+    // a run that may last for months.
+    (void)malloc_trim(0);
     auto guard = asio::make_work_guard(loop);
     loop.restart();
     loop.run();
