@@ -10,7 +10,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
+#include <cstdint>
+#include <vector>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -21,9 +22,12 @@ const char* const kMapPath = "/phone/resource/configMap.xml";
 // A range wider than this is a typing error, not a phone with a million accounts.
 const long kMaxRangeSize = 100000;
 
+// One expanded entry: offsets of its texts in the map's arena, and its descriptor.
 struct MapEntry {
-    std::string strPathKey; // file, section and key joined by NULs
-    std::string strName;
+    uint32_t nPathOff; // file, section and key joined by NULs
+    uint32_t nPathLen;
+    uint32_t nNameOff;
+    uint32_t nNameLen;
     config_info_t info;
 };
 
@@ -34,15 +38,105 @@ struct SwitchEntry {
     int nDefault;
 };
 
+// Open addressing over entry numbers (plus one; 0 is empty), keyed by a text of the arena. A map
+// of many thousands of expanded entries stays a few flat arrays instead of a node per entry.
+class CTextIndex {
+public:
+    void Reserve(size_t nEntries)
+    {
+        size_t nSlots = 16;
+        while (nSlots < nEntries * 2)
+            nSlots *= 2;
+        m_vecSlots.assign(nSlots, 0);
+    }
+
+    static uint32_t Hash(const char* p, size_t n)
+    {
+        uint32_t h = 2166136261u;
+        for (size_t i = 0; i < n; ++i)
+            h = (h ^ static_cast<unsigned char>(p[i])) * 16777619u;
+        return h;
+    }
+
+    // Enters the entry unless its key is there already (the first entry wins).
+    template <class KeyOf>
+    void Insert(uint32_t nEntry, const char* p, size_t n, KeyOf keyOf)
+    {
+        if (m_nUsed * 2 >= m_vecSlots.size())
+            Grow(keyOf);
+        size_t nMask = m_vecSlots.size() - 1;
+        for (size_t i = Hash(p, n) & nMask;; i = (i + 1) & nMask) {
+            if (m_vecSlots[i] == 0) {
+                m_vecSlots[i] = nEntry + 1;
+                ++m_nUsed;
+                return;
+            }
+            std::string_view other = keyOf(m_vecSlots[i] - 1);
+            if (other.size() == n && std::memcmp(other.data(), p, n) == 0)
+                return;
+        }
+    }
+
+    // The entry number of the key, or -1.
+    template <class KeyOf>
+    long Find(const char* p, size_t n, KeyOf keyOf) const
+    {
+        if (m_vecSlots.empty())
+            return -1;
+        size_t nMask = m_vecSlots.size() - 1;
+        for (size_t i = Hash(p, n) & nMask; m_vecSlots[i] != 0; i = (i + 1) & nMask) {
+            std::string_view other = keyOf(m_vecSlots[i] - 1);
+            if (other.size() == n && std::memcmp(other.data(), p, n) == 0)
+                return static_cast<long>(m_vecSlots[i] - 1);
+        }
+        return -1;
+    }
+
+    void Clear()
+    {
+        std::vector<uint32_t>().swap(m_vecSlots);
+        m_nUsed = 0;
+    }
+
+private:
+    template <class KeyOf>
+    void Grow(KeyOf keyOf)
+    {
+        std::vector<uint32_t> vecOld;
+        vecOld.swap(m_vecSlots);
+        m_vecSlots.assign(vecOld.empty() ? 16 : vecOld.size() * 2, 0);
+        m_nUsed = 0;
+        for (uint32_t nSlot : vecOld) {
+            if (nSlot != 0) {
+                std::string_view key = keyOf(nSlot - 1);
+                Insert(nSlot - 1, key.data(), key.size(), keyOf);
+            }
+        }
+    }
+
+    std::vector<uint32_t> m_vecSlots;
+    size_t m_nUsed = 0;
+};
+
 struct NameMap {
     bool bLoaded = false;
     bool bFailureTraced = false;
-    // A deque: descriptors handed out, and the texts the views below point into, never move.
-    std::deque<MapEntry> entries;
-    // Views, so that a lookup builds no string of its own.
-    std::unordered_map<std::string_view, const MapEntry*> byPath;
-    std::unordered_map<std::string_view, const MapEntry*> byName;
+    std::vector<char> vecArena; // every text, each followed by a NUL
+    std::vector<MapEntry> entries;
+    CTextIndex byPath;
+    CTextIndex byName;
     std::unordered_map<std::string, SwitchEntry> switches;
+
+    std::string_view PathOf(uint32_t n) const { return {&vecArena[entries[n].nPathOff], entries[n].nPathLen}; }
+    std::string_view NameOf(uint32_t n) const { return {&vecArena[entries[n].nNameOff], entries[n].nNameLen}; }
+
+    uint32_t Keep(const std::string& strText)
+    {
+        uint32_t nOff = static_cast<uint32_t>(vecArena.size());
+        vecArena.insert(vecArena.end(), strText.begin(), strText.end());
+        vecArena.push_back('\0');
+        return nOff;
+    }
 };
 
 NameMap& Map()
@@ -123,17 +217,21 @@ void AddItem(NameMap& map, pugi::xml_node item, long n, bool bExpand)
         const char* szValue = item.attribute(szAttr).value();
         return bExpand ? Expand(szValue, n) : std::string(szValue);
     };
+    std::string strName = Text("m7");
+    std::string strPath = PathKey(Text("file").c_str(), Text("section").c_str(), Text("key").c_str());
     MapEntry entry;
-    entry.strName = Text("m7");
-    entry.strPathKey = PathKey(Text("file").c_str(), Text("section").c_str(), Text("key").c_str());
+    entry.nPathOff = map.Keep(strPath);
+    entry.nPathLen = static_cast<uint32_t>(strPath.size());
+    entry.nNameOff = map.Keep(strName);
+    entry.nNameLen = static_cast<uint32_t>(strName.size());
     entry.info.attr = 0;
+    entry.info.name = nullptr; // set once the arena no longer moves
     (void)ParseFlags(item.attribute("flags").value(), entry.info.attr);
-    map.entries.push_back(std::move(entry));
-    MapEntry& stored = map.entries.back();
-    stored.info.name = stored.strName.c_str();
+    uint32_t nEntry = static_cast<uint32_t>(map.entries.size());
+    map.entries.push_back(entry);
     // The first entry wins in both directions.
-    map.byPath.emplace(std::string_view(stored.strPathKey), &stored);
-    map.byName.emplace(std::string_view(stored.strName), &stored);
+    map.byPath.Insert(nEntry, strPath.data(), strPath.size(), [&map](uint32_t n) { return map.PathOf(n); });
+    map.byName.Insert(nEntry, strName.data(), strName.size(), [&map](uint32_t n) { return map.NameOf(n); });
 }
 
 void LoadMap()
@@ -153,13 +251,20 @@ void LoadMap()
         return;
     }
     // Size the indexes once: a large map would otherwise be rehashed a dozen times.
-    size_t nExpected = 0;
+    size_t nExpected = 0, nTextBytes = 0;
     for (pugi::xml_node node = root.child("item"); node; node = node.next_sibling("item")) {
         long nFrom = 0, nTo = 0;
-        nExpected += ParseRange(node.attribute("range").value(), nFrom, nTo) ? static_cast<size_t>(nTo - nFrom + 1) : 1;
+        size_t nCount = ParseRange(node.attribute("range").value(), nFrom, nTo) ? static_cast<size_t>(nTo - nFrom + 1) : 1;
+        size_t nBytes = 16; // terminators and the digits that replace the placeholders
+        for (const char* szAttr : {"m7", "file", "section", "key"})
+            nBytes += std::strlen(node.attribute(szAttr).value());
+        nExpected += nCount;
+        nTextBytes += nCount * nBytes;
     }
-    map.byPath.reserve(nExpected);
-    map.byName.reserve(nExpected);
+    map.vecArena.reserve(nTextBytes);
+    map.entries.reserve(nExpected);
+    map.byPath.Reserve(nExpected);
+    map.byName.Reserve(nExpected);
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
         if (std::strcmp(node.name(), "item") == 0) {
             unsigned int nFlags = 0;
@@ -191,6 +296,10 @@ void LoadMap()
             map.switches.emplace(node.attribute("name").value(), sw);
         }
     }
+    map.vecArena.shrink_to_fit();
+    map.entries.shrink_to_fit();
+    for (MapEntry& entry : map.entries)
+        entry.info.name = &map.vecArena[entry.nNameOff];
 }
 
 } // namespace
@@ -202,13 +311,14 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
         return -1;
     LoadMap();
     const NameMap& map = Map();
-    auto it = map.byPath.find(std::string_view(PathKey(szFile, szSection, szKey)));
-    if (it == map.byPath.end())
+    const std::string& strPath = PathKey(szFile, szSection, szKey);
+    long nEntry = map.byPath.Find(strPath.data(), strPath.size(), [&map](uint32_t n) { return map.PathOf(n); });
+    if (nEntry < 0)
         return -1;
-    const MapEntry& entry = *it->second;
-    if (entry.strName.size() + 1 > static_cast<size_t>(nSize))
+    const MapEntry& entry = map.entries[static_cast<size_t>(nEntry)];
+    if (entry.nNameLen + 1 > static_cast<size_t>(nSize))
         return -2;
-    std::memcpy(szBuf, entry.strName.c_str(), entry.strName.size() + 1);
+    std::memcpy(szBuf, entry.info.name, entry.nNameLen + 1);
     if (pFlags != nullptr)
         *pFlags = static_cast<int>(entry.info.attr);
     return 0;
@@ -220,8 +330,8 @@ const config_info_t* get_config_info_t(const char* szName)
         return nullptr;
     LoadMap();
     const NameMap& map = Map();
-    auto it = map.byName.find(std::string_view(szName));
-    return it == map.byName.end() ? nullptr : &it->second->info;
+    long nEntry = map.byName.Find(szName, std::strlen(szName), [&map](uint32_t n) { return map.NameOf(n); });
+    return nEntry < 0 ? nullptr : &map.entries[static_cast<size_t>(nEntry)].info;
 }
 
 int configParser_GetConfigInt(const char* szName)
@@ -243,9 +353,10 @@ int configParser_GetConfigInt(const char* szName)
 void configParser_Reset()
 {
     NameMap& map = Map();
-    map.byPath.clear();
-    map.byName.clear();
-    map.entries.clear();
+    map.byPath.Clear();
+    map.byName.Clear();
+    std::vector<MapEntry>().swap(map.entries);
+    std::vector<char>().swap(map.vecArena);
     map.switches.clear();
     map.bLoaded = false;
 }

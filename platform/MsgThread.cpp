@@ -96,7 +96,7 @@ struct chThreadLocal::Impl {
     std::string strLockPath;
     std::thread receiver;
     std::unique_ptr<asio::posix::stream_descriptor> pDescriptor;
-    std::vector<unsigned char> vecLoopBuf;
+    std::unique_ptr<unsigned char[]> pLoopBuf;
 
     std::mutex mutex; // guards the queue and the flags below
     std::condition_variable cvReceiver;
@@ -142,15 +142,19 @@ struct chThreadLocal::Impl {
     }
 
     // Moves datagrams waiting in the socket into the queue (at most nMax), within the bounds.
-    void ReadSocketLocked(std::vector<unsigned char>& vecBuf, size_t nMax = SIZE_MAX)
+    // The buffer holds the largest datagram and one byte more; it is not cleared, so the pages
+    // that no datagram ever reaches are never touched.
+    void ReadSocketLocked(std::unique_ptr<unsigned char[]>& pBuf, size_t nMax = SIZE_MAX)
     {
-        if (vecBuf.size() < wire::MAX_DATAGRAM + 1)
-            vecBuf.resize(wire::MAX_DATAGRAM + 1);
+        const size_t nBufSize = wire::MAX_DATAGRAM + 1;
+        if (!pBuf)
+            pBuf.reset(new unsigned char[nBufSize]);
+        unsigned char* pData = pBuf.get();
         size_t nTaken = 0;
         while (fd >= 0 && nTaken < nMax && !QueueFullLocked()) {
             sockaddr_un from{};
             socklen_t nFromLen = sizeof(from);
-            ssize_t nGot = recvfrom(fd, vecBuf.data(), vecBuf.size(), MSG_DONTWAIT | MSG_TRUNC,
+            ssize_t nGot = recvfrom(fd, pData, nBufSize, MSG_DONTWAIT | MSG_TRUNC,
                                     reinterpret_cast<sockaddr*>(&from), &nFromLen);
             if (nGot < 0) {
                 if (errno == EINTR)
@@ -160,7 +164,7 @@ struct chThreadLocal::Impl {
             size_t nLen = static_cast<size_t>(nGot);
             wire::Header header;
             const char* szWhy = nLen > wire::MAX_DATAGRAM ? "datagram over the maximum size"
-                                                          : wire::DecodeDatagram(vecBuf.data(), nLen, header);
+                                                          : wire::DecodeDatagram(pData, nLen, header);
             if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
                 szWhy = "reply that nobody waits for";
             if (szWhy != nullptr) {
@@ -170,7 +174,7 @@ struct chThreadLocal::Impl {
             }
             QueuedMsg msg;
             msg.header = header;
-            msg.vecExtra.assign(vecBuf.begin() + wire::HEADER_SIZE, vecBuf.begin() + static_cast<long>(nLen));
+            msg.vecExtra.assign(pData + wire::HEADER_SIZE, pData + nLen);
             msg.replyAddr = from;
             msg.nReplyLen = nFromLen;
             nQueuedBytes += msg.vecExtra.size();
@@ -209,7 +213,7 @@ struct chThreadLocal::Impl {
             std::lock_guard<std::mutex> lock(mutex);
             // One at a time: the read that finds the socket empty is the one that arms the wait.
             if (queue.empty())
-                ReadSocketLocked(vecLoopBuf, 1);
+                ReadSocketLocked(pLoopBuf, 1);
             if (queue.empty()) {
                 bChainActive = false;
                 ArmLocked();
@@ -250,7 +254,7 @@ struct chThreadLocal::Impl {
     void ReceiveLoop()
     {
         const auto tick = std::chrono::milliseconds(20);
-        std::vector<unsigned char> vecBuf;
+        std::unique_ptr<unsigned char[]> pBuf;
         std::unique_lock<std::mutex> lock(mutex);
         uint64_t nSeen = nProgress;
         bool bStuck = false;
@@ -278,7 +282,7 @@ struct chThreadLocal::Impl {
                     bStuck = false;
             }
             nSeen = nProgress;
-            ReadSocketLocked(vecBuf);
+            ReadSocketLocked(pBuf);
             if (!queue.empty())
                 KickLocked();
         }
