@@ -43,9 +43,13 @@ FilePtr OpenWithHeader(const char* szTarget)
 }
 
 // Item lines of every item that may reach a text file; encrypted and reboot items are left out
-// (and reported when bReportSkips).
+// (and reported when bReportSkips). Lines are gathered in a buffer of our own and handed to the
+// stream a chunk at a time: the stream would buffer them the same way, at a higher cost per line.
 void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
 {
+    const size_t kChunk = 256 * 1024;
+    std::string strChunk;
+    strChunk.reserve(kChunk + 4096);
     std::string strLine;
     for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext) {
         const CM7Item& item = *pNode->pItem;
@@ -54,9 +58,12 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
                 printf("skip: %s [%s]\n", item.name.c_str(), SkipReasonText(item.attr));
             continue;
         }
-        if (!WriteM7ItemLine(pFile, item.name, item.value, bAllNull, strLine))
+        AppendM7ItemLine(strChunk, item.name, item.value, bAllNull);
+        if (strChunk.size() >= kChunk && !FlushLines(pFile, strChunk, strLine))
             ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
     }
+    if (!FlushLines(pFile, strChunk, strLine))
+        ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
 }
 
 } // namespace

@@ -52,21 +52,33 @@ bool M7EndsWithLineFeed(const char* pText, size_t nLength)
     return nLength > 0 && pText[nLength - 1] == '\n';
 }
 
-bool WriteM7ItemLine(FILE* pFile, const chStringA& strName, const chStringA& strValue, bool bAllNull,
-                     std::string& strLine)
+void AppendM7ItemLine(std::string& strLines, const chStringA& strName, const chStringA& strValue, bool bAllNull)
 {
-    strLine.assign(strName.c_str(), static_cast<size_t>(strName.GetLength()));
-    strLine += " = ";
+    size_t nStart = strLines.size();
+    strLines.append(strName.c_str(), static_cast<size_t>(strName.GetLength()));
+    strLines += " = ";
     if (bAllNull || strValue.IsEmpty())
-        strLine += kM7NullValue;
+        strLines += kM7NullValue;
     else
-        strLine.append(strValue.c_str(), static_cast<size_t>(strValue.GetLength()));
-    // The stream belongs to one writer at a time: no need for stdio's per-call lock.
-    if (fwrite_unlocked(strLine.data(), 1, strLine.size(), pFile) != strLine.size())
-        return false;
-    if (!M7EndsWithLineFeed(strLine.data(), strLine.size()))
-        (void)fwrite_unlocked("\n", 1, 1, pFile);
-    return true;
+        strLines.append(strValue.c_str(), static_cast<size_t>(strValue.GetLength()));
+    if (!M7EndsWithLineFeed(strLines.data() + nStart, strLines.size() - nStart))
+        strLines += '\n';
+}
+
+bool FlushLines(FILE* pFile, std::string& strLines, std::string& strLastLine)
+{
+    bool bWritten = strLines.empty() || (fwrite_unlocked(strLines.data(), 1, strLines.size(), pFile) == strLines.size() &&
+                                         fflush(pFile) == 0);
+    if (!bWritten) {
+        size_t nEnd = strLines.size();
+        while (nEnd > 0 && strLines[nEnd - 1] == '\n')
+            --nEnd;
+        size_t nStart = strLines.rfind('\n', nEnd == 0 ? 0 : nEnd - 1);
+        nStart = (nStart == std::string::npos) ? 0 : nStart + 1;
+        strLastLine.assign(strLines, nStart, nEnd - nStart);
+    }
+    strLines.clear();
+    return bWritten;
 }
 
 int IsNonTextConfigFile(const char* szPath)

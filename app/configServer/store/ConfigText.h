@@ -30,12 +30,13 @@ private:
 // carriage returns and NUL bytes not counted, is a line feed.
 bool M7EndsWithLineFeed(const char* pText, size_t nLength);
 
-// Writes "name = value" (or "%NULL%" for an empty value, or always with bAllNull) in one write,
-// then "\n" in a second unless the text already ends with a line feed. False when the first
-// write did not complete; the line text is then in strLine (a buffer the caller reuses from line
-// to line) for the caller's trace.
-bool WriteM7ItemLine(FILE* pFile, const ETL_StringHelper::chStringA& strName,
-                     const ETL_StringHelper::chStringA& strValue, bool bAllNull, std::string& strLine);
+// Appends "name = value" ("%NULL%" for an empty value, or always with bAllNull) to a buffer of
+// lines, then "\n" unless the line already ends with a line feed.
+void AppendM7ItemLine(std::string& strLines, const ETL_StringHelper::chStringA& strName,
+                      const ETL_StringHelper::chStringA& strValue, bool bAllNull);
+// Writes a buffer of lines and empties it. False when the write did not complete; strLastLine is
+// then the last line of the buffer, for the caller's trace.
+bool FlushLines(FILE* pFile, std::string& strLines, std::string& strLastLine);
 
 // 1 when the file does not start as plain configuration text (or the path is null), else 0.
 int IsNonTextConfigFile(const char* szPath);

@@ -95,22 +95,28 @@ TEST_F(ConfigTextTest, SectionLineEndsTheTextAndMarksAreKept)
 
 TEST_F(ConfigTextTest, LineWriterLineFeedRule)
 {
-    std::string strPath = m_root.Join("/tmp/out.cfg");
-    testutil::MakeParents(strPath);
-    FILE* pFile = fopen(strPath.c_str(), "w+");
-    ASSERT_NE(pFile, nullptr);
-    std::string strLine;
+    std::string strLines;
     auto Line = [&](const char* szName, const char* szValue, bool bAllNull) {
-        return WriteM7ItemLine(pFile, chStringA(szName), chStringA(szValue), bAllNull, strLine);
+        AppendM7ItemLine(strLines, chStringA(szName), chStringA(szValue), bAllNull);
     };
-    EXPECT_TRUE(Line("a", "1", false));
-    EXPECT_TRUE(Line("b", "", false));
-    EXPECT_TRUE(Line("c", "x", true));
-    EXPECT_TRUE(Line("d", "ends\n", false));
-    EXPECT_TRUE(Line("e", "ends\n\r\r", false));
-    EXPECT_TRUE(Line("f", "cr\r", false));
+    Line("a", "1", false);
+    Line("b", "", false);
+    Line("c", "x", true);
+    Line("d", "ends\n", false);
+    Line("e", "ends\n\r\r", false);
+    Line("f", "cr\r", false);
+    EXPECT_EQ(strLines, "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
+
+    // A failed write names the last line of what could not be written.
+    std::string strPath = m_root.Join("/tmp/out.cfg");
+    testutil::WriteFile(strPath, "");
+    FILE* pFile = fopen(strPath.c_str(), "r"); // writes to a read-only stream fail
+    ASSERT_NE(pFile, nullptr);
+    std::string strLast;
+    EXPECT_FALSE(FlushLines(pFile, strLines, strLast));
+    EXPECT_EQ(strLast, "f = cr\r");
+    EXPECT_TRUE(strLines.empty());
     fclose(pFile);
-    EXPECT_EQ(testutil::ReadFile(strPath), "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
 }
 
 TEST_F(ConfigTextTest, NonTextSniffing)
