@@ -51,6 +51,7 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
     std::string strChunk;
     strChunk.reserve(kChunk + 4096);
     std::string strLine;
+    size_t nLastStart = 0;
     for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext) {
         const CM7Item& item = *pNode->pItem;
         if ((item.attr & (ATTR_ENCRYPT | ATTR_REBOOT)) != 0) {
@@ -58,11 +59,12 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
                 printf("skip: %s [%s]\n", item.name.c_str(), SkipReasonText(item.attr));
             continue;
         }
+        nLastStart = strChunk.size();
         AppendM7ItemLine(strChunk, item.name, item.value, bAllNull);
-        if (strChunk.size() >= kChunk && !FlushLines(pFile, strChunk, strLine))
+        if (strChunk.size() >= kChunk && !FlushLines(pFile, strChunk, nLastStart, strLine))
             ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
     }
-    if (!FlushLines(pFile, strChunk, strLine))
+    if (!FlushLines(pFile, strChunk, nLastStart, strLine))
         ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
 }
 

@@ -65,17 +65,16 @@ void AppendM7ItemLine(std::string& strLines, const chStringA& strName, const chS
         strLines += '\n';
 }
 
-bool FlushLines(FILE* pFile, std::string& strLines, std::string& strLastLine)
+bool FlushLines(FILE* pFile, std::string& strLines, size_t nLastStart, std::string& strLastLine)
 {
     bool bWritten = strLines.empty() || (fwrite_unlocked(strLines.data(), 1, strLines.size(), pFile) == strLines.size() &&
                                          fflush(pFile) == 0);
     if (!bWritten) {
+        nLastStart = nLastStart < strLines.size() ? nLastStart : strLines.size();
         size_t nEnd = strLines.size();
-        while (nEnd > 0 && strLines[nEnd - 1] == '\n')
+        if (nEnd > nLastStart && strLines[nEnd - 1] == '\n')
             --nEnd;
-        size_t nStart = strLines.rfind('\n', nEnd == 0 ? 0 : nEnd - 1);
-        nStart = (nStart == std::string::npos) ? 0 : nStart + 1;
-        strLastLine.assign(strLines, nStart, nEnd - nStart);
+        strLastLine.assign(strLines, nLastStart, nEnd - nLastStart);
     }
     strLines.clear();
     return bWritten;

@@ -35,8 +35,8 @@ bool M7EndsWithLineFeed(const char* pText, size_t nLength);
 void AppendM7ItemLine(std::string& strLines, const ETL_StringHelper::chStringA& strName,
                       const ETL_StringHelper::chStringA& strValue, bool bAllNull);
 // Writes a buffer of lines and empties it. False when the write did not complete; strLastLine is
-// then the last line of the buffer, for the caller's trace.
-bool FlushLines(FILE* pFile, std::string& strLines, std::string& strLastLine);
+// then the buffer's last line (from nLastStart, without its line feed), for the caller's trace.
+bool FlushLines(FILE* pFile, std::string& strLines, size_t nLastStart, std::string& strLastLine);
 
 // 1 when the file does not start as plain configuration text (or the path is null), else 0.
 int IsNonTextConfigFile(const char* szPath);

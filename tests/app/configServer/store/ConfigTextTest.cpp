@@ -104,6 +104,7 @@ TEST_F(ConfigTextTest, LineWriterLineFeedRule)
     Line("c", "x", true);
     Line("d", "ends\n", false);
     Line("e", "ends\n\r\r", false);
+    size_t nLastStart = strLines.size();
     Line("f", "cr\r", false);
     EXPECT_EQ(strLines, "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
 
@@ -113,7 +114,7 @@ TEST_F(ConfigTextTest, LineWriterLineFeedRule)
     FILE* pFile = fopen(strPath.c_str(), "r"); // writes to a read-only stream fail
     ASSERT_NE(pFile, nullptr);
     std::string strLast;
-    EXPECT_FALSE(FlushLines(pFile, strLines, strLast));
+    EXPECT_FALSE(FlushLines(pFile, strLines, nLastStart, strLast));
     EXPECT_EQ(strLast, "f = cr\r");
     EXPECT_TRUE(strLines.empty());
     fclose(pFile);
