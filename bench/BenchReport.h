@@ -3,6 +3,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <cstdio>
 #include <map>
 #include <string>
 
@@ -28,3 +29,16 @@ public:
 private:
     std::map<std::string, double> m_mapMedian;
 };
+
+// One row of the table that bench/run prints: our figure, the baseline measured in the same run
+// (negative when there is none), the target and whether it is met.
+inline void PrintBenchRow(const char* szName, double dOurs, const char* szUnit, double dBaseline, const char* szTarget,
+                          bool bMet)
+{
+    if (dBaseline >= 0)
+        printf("bench-row|%s|%.2f %s|%.2f %s|%.2f|%s|%s\n", szName, dOurs, szUnit, dBaseline, szUnit,
+               dBaseline > 0 ? dOurs / dBaseline : 0.0, szTarget, bMet ? "yes" : "no");
+    else
+        printf("bench-row|%s|%.2f %s|-|-|%s|%s\n", szName, dOurs, szUnit, szTarget, bMet ? "yes" : "no");
+    fflush(stdout);
+}

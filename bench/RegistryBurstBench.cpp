@@ -152,5 +152,10 @@ int main()
     printf("registry burst: %d reg-sets, %d values in the user file, %.1f ms in all, sync() %.1f ms in %d calls, "
            "%.1f ms without sync, %d user-file rewrites (targets: <= 2 rewrites, < 1500 ms without sync)\n",
            kDocs * kKeys, nPresent, dTotalMs, nSyncNs / 1e6, nSyncs, dTotalMs - nSyncNs / 1e6, nRewrites);
+    double dWithoutSync = dTotalMs - nSyncNs / 1e6;
+    printf("bench-row|1000 reg-sets to a complete user file, without sync()|%.1f ms|-|-|< 1500 ms|%s\n", dWithoutSync,
+           dWithoutSync < 1500 && nPresent == kDocs * kKeys ? "yes" : "no");
+    printf("bench-row|user-file rewrites for the 1000 reg-sets (sync() took %.1f ms)|%d|-|-|<= 2|%s\n", nSyncNs / 1e6,
+           nRewrites, nRewrites <= 2 ? "yes" : "no");
     return 0;
 }
