@@ -187,15 +187,17 @@ bool ParseLong(const char* sz, int nBase, long& nOut)
     return true;
 }
 
-// "0x800" or "2048"; false for anything else.
+// "0x800" or "2048"; false for anything else. Read in 64 bits: long is 32 bits on the phone.
 bool ParseFlags(const char* sz, unsigned int& nOut)
 {
-    long n = 0;
     if (sz == nullptr || *sz == '\0') {
         nOut = 0;
         return true;
     }
-    if (!ParseLong(sz, 0, n) || n < 0 || n > static_cast<long>(UINT_MAX))
+    errno = 0;
+    char* pEnd = nullptr;
+    long long n = std::strtoll(sz, &pEnd, 0);
+    if (errno != 0 || pEnd == sz || *pEnd != '\0' || n < 0 || n > static_cast<long long>(UINT_MAX))
         return false;
     nOut = static_cast<unsigned int>(n);
     return true;

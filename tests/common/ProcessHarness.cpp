@@ -93,9 +93,31 @@ Child::~Child()
     }
 }
 
-bool Child::Start(const std::vector<std::string>& vecArgs, const std::string& strRoot, const std::string& strOutDir,
+std::vector<std::string> EmulatorPrefix()
+{
+    std::vector<std::string> vecPrefix;
+    std::string strEmulator = CFG_EMULATOR;
+    size_t nPos = 0;
+    while (nPos < strEmulator.size()) {
+        size_t nEnd = strEmulator.find_first_of(" ;", nPos);
+        if (nEnd == std::string::npos)
+            nEnd = strEmulator.size();
+        if (nEnd > nPos)
+            vecPrefix.push_back(strEmulator.substr(nPos, nEnd - nPos));
+        nPos = nEnd + 1;
+    }
+    return vecPrefix;
+}
+
+bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& strRoot, const std::string& strOutDir,
                   const std::string& strCwd, const std::vector<std::string>& vecEnv)
 {
+    // Programs of this build run under the build's emulator (a cross build); system tools do not.
+    std::vector<std::string> vecArgs = vecArgsIn;
+    if (!vecArgs.empty() && vecArgs[0].compare(0, 5, "/usr/") != 0 && vecArgs[0].compare(0, 5, "/bin/") != 0) {
+        std::vector<std::string> vecPrefix = EmulatorPrefix();
+        vecArgs.insert(vecArgs.begin(), vecPrefix.begin(), vecPrefix.end());
+    }
     int nSerial = ++Serial();
     m_strOut = strOutDir + "/child" + std::to_string(nSerial) + ".out";
     m_strErr = strOutDir + "/child" + std::to_string(nSerial) + ".err";
@@ -119,7 +141,7 @@ bool Child::Start(const std::vector<std::string>& vecArgs, const std::string& st
         for (const std::string& strArg : vecArgs)
             vecArgv.push_back(const_cast<char*>(strArg.c_str()));
         vecArgv.push_back(nullptr);
-        execv(vecArgv[0], vecArgv.data());
+        execvp(vecArgv[0], vecArgv.data());
         _exit(127);
     }
     m_pid = pid;
@@ -236,8 +258,11 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
         if (!options.strHwMac.empty())
             strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac +
                          " && ";
-        strScript += "exec \"$0\"";
-        vecArgs = {"/usr/bin/unshare", "-n", "sh", "-c", strScript, strBin};
+        strScript += "exec \"$@\"";
+        vecArgs = {"/usr/bin/unshare", "-n", "sh", "-c", strScript, "sh"};
+        std::vector<std::string> vecPrefix = EmulatorPrefix();
+        vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
+        vecArgs.push_back(strBin);
     }
     std::string strCwd = options.strCwd.empty() ? strRoot : options.strCwd;
     if (!m_child.Start(vecArgs, strRoot, m_strOutDir, strCwd))

@@ -68,6 +68,9 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
 // Waits until the file holds the text; false after the timeout.
 bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs);
 
+// The emulator the programs of this build run under (empty for a native build).
+std::vector<std::string> EmulatorPrefix();
+
 // Paths of the built programs.
 std::string ConfigServerBin();
 std::string EtlmsgBin();
