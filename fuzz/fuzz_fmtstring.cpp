@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -58,16 +59,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
     int n[8];
     for (int i = 0; i < 8; ++i)
         n[i] = static_cast<int>(pData[(nHalf + i) % nSize]) * 16777619 - 100000;
-    char szExpected[4096];
-    int nExpected = snprintf(szExpected, sizeof(szExpected), strFormat.c_str(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7]);
-    Check(ETL_StringHelper::fmtString(strFormat.c_str(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7]), szExpected,
-          nExpected);
+    // The expected text, whole: sized by a first snprintf, then written.
+    int nExpected = snprintf(nullptr, 0, strFormat.c_str(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7]);
+    std::vector<char> vecExpected(static_cast<size_t>(nExpected) + 1);
+    snprintf(vecExpected.data(), vecExpected.size(), strFormat.c_str(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7]);
+    Check(ETL_StringHelper::fmtString(strFormat.c_str(), n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7]),
+          vecExpected.data(), nExpected);
 
     strFormat = BuildFormat(pData + nHalf, nSize - nHalf, kTextTokens, nConversions);
     std::string strText(reinterpret_cast<const char*>(pData), nHalf);
     strText = strText.substr(0, strText.find('\0'));
     const char* sz = strText.c_str();
-    nExpected = snprintf(szExpected, sizeof(szExpected), strFormat.c_str(), sz, sz, sz, sz, sz, sz, sz, sz);
-    Check(ETL_StringHelper::fmtString(strFormat.c_str(), sz, sz, sz, sz, sz, sz, sz, sz), szExpected, nExpected);
+    nExpected = snprintf(nullptr, 0, strFormat.c_str(), sz, sz, sz, sz, sz, sz, sz, sz);
+    vecExpected.assign(static_cast<size_t>(nExpected) + 1, '\0');
+    snprintf(vecExpected.data(), vecExpected.size(), strFormat.c_str(), sz, sz, sz, sz, sz, sz, sz, sz);
+    Check(ETL_StringHelper::fmtString(strFormat.c_str(), sz, sz, sz, sz, sz, sz, sz, sz), vecExpected.data(),
+          nExpected);
     return 0;
 }

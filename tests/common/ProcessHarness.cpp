@@ -11,6 +11,7 @@
 #include <fstream>
 #include <ftw.h>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -110,7 +111,7 @@ std::vector<std::string> EmulatorPrefix()
 }
 
 bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& strRoot, const std::string& strOutDir,
-                  const std::string& strCwd, const std::vector<std::string>& vecEnv)
+                  const std::string& strCwd, const std::vector<std::string>& vecEnv, long nFileSizeLimit)
 {
     // Programs of this build run under the build's emulator (a cross build); system tools do not.
     std::vector<std::string> vecArgs = vecArgsIn;
@@ -135,6 +136,10 @@ bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& 
         if (!strCwd.empty() && chdir(strCwd.c_str()) != 0)
             _exit(126);
         setenv("ETL_ROOT", strRoot.c_str(), 1);
+        if (nFileSizeLimit >= 0) {
+            rlimit limit{static_cast<rlim_t>(nFileSizeLimit), static_cast<rlim_t>(nFileSizeLimit)};
+            (void)setrlimit(RLIMIT_FSIZE, &limit);
+        }
         for (const std::string& strEnv : vecEnv)
             putenv(strdup(strEnv.c_str()));
         std::vector<char*> vecArgv;
@@ -265,7 +270,7 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
         vecArgs.push_back(strBin);
     }
     std::string strCwd = options.strCwd.empty() ? strRoot : options.strCwd;
-    if (!m_child.Start(vecArgs, strRoot, m_strOutDir, strCwd))
+    if (!m_child.Start(vecArgs, strRoot, m_strOutDir, strCwd, {}, options.nFileSizeLimit))
         return;
     m_bStarted = !options.bWaitReady || WaitReady(10000);
 }

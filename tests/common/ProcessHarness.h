@@ -39,7 +39,7 @@ public:
 
     // Starts argv[0] with ETL_ROOT set to strRoot (and the extra NAME=VALUE entries), in strCwd.
     bool Start(const std::vector<std::string>& vecArgs, const std::string& strRoot, const std::string& strOutDir,
-               const std::string& strCwd = "", const std::vector<std::string>& vecEnv = {});
+               const std::string& strCwd = "", const std::vector<std::string>& vecEnv = {}, long nFileSizeLimit = -1);
     // Exit status (128 + signal for a signal), or -1 when it did not end in time.
     int Wait(int nTimeoutMs);
     void Signal(int nSignal);
@@ -86,6 +86,7 @@ struct ServiceOptions {
     bool bNoInterface = false; // run in a network namespace without esw0 or eth0
     bool bFastUpload = false; // the test build whose upload check runs every second
     bool bWaitReady = true;   // wait for the first ping answer (false for a long MAC wait)
+    long nFileSizeLimit = -1; // RLIMIT_FSIZE of the service in bytes (-1: unchanged)
 };
 
 // True when this machine lets a test make a network namespace with a veth interface.

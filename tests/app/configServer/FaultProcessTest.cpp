@@ -1,0 +1,206 @@
+// Faults, load and access, with the real program: writes that fail, processes killed in the
+// middle of a rewrite, a flood of messages from several processes, and who may talk to it.
+#include "ETL_MsgQueueHelper.h"
+#include "ServiceFixture.h"
+
+#include <csignal>
+#include <sys/wait.h>
+#include <thread>
+
+using testutil::Service;
+using testutil::ServiceOptions;
+
+namespace {
+
+class FaultTest : public ServiceRootTest {
+protected:
+    void SetUp() override
+    {
+        ServiceRootTest::SetUp();
+        Write("/config/ForceSync.cfg", "");
+        testutil::MakeParents(Real("/tmp/x"));
+    }
+    static std::string ItemLines(int nItems, const std::string& strValue)
+    {
+        std::string strText = "#!version:1.0.0.1\n";
+        for (int i = 0; i < nItems; ++i)
+            strText += "item." + std::to_string(i) + " = " + strValue + "\n";
+        return strText;
+    }
+};
+
+} // namespace
+
+TEST_F(FaultTest, FileSizeLimitFailsWritesButNotTheService)
+{
+    std::string strBefore = "#!version:1.0.0.1\ntest.plain = before\n";
+    Write("/config/mac-local.cfg", strBefore);
+    ServiceOptions options;
+    options.nFileSizeLimit = 4096; // the service's own trace file must still have room
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(service.Started()) << service.Stderr();
+    Write("/tmp/big.cfg", ItemLines(200, "a value long enough to pass the limit"));
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/big.cfg"}).strOut, "1\n");
+    EXPECT_TRUE(service.Ping()) << "a write past the limit fails; it does not kill the service";
+    EXPECT_NE(service.Stderr().find("can't write buff["), std::string::npos) << service.Stderr();
+    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), strBefore) << "the previous content was kept first";
+    EXPECT_LE(Read("/config/mac-local.cfg").size(), 4096u);
+    // The registry's own files fail whole: the old document stays as it was.
+    Write("/config/reg.ini", "[S]\nk = old\n");
+    EXPECT_EQ(Msg({"reg-set", "/config/reg.ini", "S", "k", std::string(10000, 'v'), "--now"}).nExit, 0);
+    ASSERT_TRUE(service.Ping());
+    EXPECT_EQ(Read("/config/reg.ini"), "[S]\nk = old\n");
+    EXPECT_NE(service.Stderr().find("registry: cannot write \"/config/reg.ini\""), std::string::npos);
+    EXPECT_EQ(service.Quit(0), 0);
+}
+
+TEST_F(FaultTest, KilledInTheMiddleOfARewrite)
+{
+    std::string strBefore = ItemLines(100000, "before");
+    Write("/config/mac-local.cfg", strBefore);
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    Write("/tmp/d.cfg", "item.99999 = after\n");
+    EXPECT_EQ(Msg({"post", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).nExit, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    service.Process().Signal(SIGKILL);
+    service.Process().Wait(5000);
+    // Rewritten in place with a ".bak" copy first: one of the two holds the whole previous
+    // content, or the rewrite was complete.
+    std::string strUser = Read("/config/mac-local.cfg");
+    std::string strBackup = Exists("/config/mac-local.cfg.bak") ? Read("/config/mac-local.cfg.bak") : "";
+    std::string strLastLine = "item.99999 = after\n";
+    bool bComplete = strUser.size() + 1 == strBefore.size() && strUser.size() > strLastLine.size() &&
+                     strUser.compare(strUser.size() - strLastLine.size(), strLastLine.size(), strLastLine) == 0;
+    EXPECT_TRUE(strUser == strBefore || strBackup == strBefore || bComplete)
+        << "user file " << strUser.size() << " bytes, backup " << strBackup.size() << " bytes";
+
+    // Started again, it runs on whatever the user file holds.
+    Service again(m_root.Path());
+    ASSERT_TRUE(again.Started());
+    EXPECT_EQ(again.Quit(0), 0);
+}
+
+TEST_F(FaultTest, KilledWhileSavingARegistryDocument)
+{
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    std::string strBig(60000, 'x');
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(Msg({"reg-set", "/config/big.ini", "S" + std::to_string(i), "k", strBig}).nExit, 0);
+    // Saves of the 1.2 MB document one after another, and a kill in the middle of them.
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(Msg({"post", "configServer", "0x9001", "1", "2"}).nExit, 0);
+    EXPECT_EQ(Msg({"reg-set", "/config/big.ini", "Last", "k", "v", "--now"}).nExit, 0);
+    service.Process().Signal(SIGKILL);
+    service.Process().Wait(5000);
+    // The document is replaced safely: absent, or complete with every section it had.
+    if (Exists("/config/big.ini")) {
+        std::string strDoc = Read("/config/big.ini");
+        for (int i = 0; i < 20; ++i)
+            EXPECT_NE(strDoc.find("[S" + std::to_string(i) + "]\nk = " + strBig), std::string::npos) << i;
+    }
+}
+
+TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
+{
+    Write("/config/mac-local.cfg", "#!version:1.0.0.1\n");
+    AutoServerListener listener(m_root.Path());
+    ASSERT_TRUE(listener.Ready());
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    Write("/tmp/small.cfg", "test.plain = small\n");
+    const int kSenders = 4, kPerSender = 2500, kReloadEvery = 50;
+    std::vector<pid_t> vecPids;
+    for (int s = 0; s < kSenders; ++s) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            ETL_MsgQueueHelper::msgThread hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
+            int nFailed = 0;
+            for (int i = 0; i < kPerSender; ++i) {
+                int nResult;
+                if (i % kReloadEvery == 0) {
+                    const char szPath[] = "/tmp/small.cfg";
+                    nResult = ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, 0xd0003, 0, 0, sizeof(szPath), szPath);
+                } else {
+                    std::string strFile = "/config/many/doc" + std::to_string(i % 100) + ".ini";
+                    std::string strValue = "s" + std::to_string(s) + "v" + std::to_string(i);
+                    std::string strPayload = strFile + '\0' + "S" + '\0' + "k" + std::to_string(s) + '\0' + strValue + '\0';
+                    nResult = ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET,
+                                                                       0, 0, static_cast<int>(strPayload.size()),
+                                                                       strPayload.data());
+                }
+                nFailed += nResult != 0 ? 1 : 0;
+            }
+            _exit(nFailed > 0 ? 1 : 0);
+        }
+        vecPids.push_back(pid);
+    }
+    for (pid_t pid : vecPids) {
+        int nStatus = 0;
+        waitpid(pid, &nStatus, 0);
+        EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0) << "a post failed";
+    }
+    ASSERT_TRUE(service.Ping(30000));
+    int nReloads = kSenders * kPerSender / kReloadEvery;
+    std::string strUpgrade = "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n";
+    ASSERT_TRUE(listener.WaitFor(strUpgrade, 10000));
+    for (int i = 0; i < 100 && [&] {
+             std::string strLines = listener.Lines();
+             size_t n = 0;
+             for (size_t p = strLines.find(strUpgrade); p != std::string::npos; p = strLines.find(strUpgrade, p + 1))
+                 ++n;
+             return n < static_cast<size_t>(nReloads);
+         }();
+         ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::string strLines = listener.Finish();
+    size_t nUpgrades = 0;
+    for (size_t p = strLines.find(strUpgrade); p != std::string::npos; p = strLines.find(strUpgrade, p + 1))
+        ++nUpgrades;
+    EXPECT_EQ(nUpgrades, static_cast<size_t>(nReloads)) << "one 0xb0209 per reload";
+    // The last value each sender set for its key of every document is in that document, once
+    // the last deferred save has run.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    ASSERT_TRUE(service.Ping());
+    for (int d = 0; d < 100; ++d) {
+        std::string strDoc = Read("/config/many/doc" + std::to_string(d) + ".ini");
+        for (int s = 0; s < kSenders; ++s) {
+            int nLast = -1;
+            for (int i = 0; i < kPerSender; ++i) {
+                if (i % kReloadEvery != 0 && i % 100 == d)
+                    nLast = i;
+            }
+            if (nLast < 0)
+                continue;
+            EXPECT_NE(strDoc.find("k" + std::to_string(s) + " = s" + std::to_string(s) + "v" + std::to_string(nLast)),
+                      std::string::npos)
+                << "doc " << d << " sender " << s;
+        }
+    }
+}
+
+TEST_F(FaultTest, OtherUsersCannotPostAndPathsStayInsideTheRoot)
+{
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    struct stat st;
+    ASSERT_EQ(stat(Real("/tmp/msgq").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    if (system("command -v setpriv >/dev/null && id nobody >/dev/null 2>&1") == 0) {
+        // Another user cannot reach the folder of the sockets.
+        std::string strEmulator;
+        for (const std::string& strWord : testutil::EmulatorPrefix())
+            strEmulator += strWord + " ";
+        std::string strCmd = "ETL_ROOT='" + m_root.Path() + "' setpriv --reuid=nobody --regid=nogroup --clear-groups " +
+                             strEmulator + "'" + testutil::EtlmsgBin() + "' post configServer 0xd0001 >/dev/null 2>&1";
+        int nStatus = system(strCmd.c_str());
+        EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 2) << "status " << nStatus;
+    }
+    // ".." in a message's path never leaves the root.
+    std::string strOutside = "/tmp/cfg-outside-" + std::to_string(getpid()) + ".cfg";
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/../../.." + strOutside}).strOut, "1\n");
+    EXPECT_FALSE(testutil::FileExists(strOutside));
+    EXPECT_TRUE(Exists(strOutside)) << "written below the root instead";
+    (void)remove(strOutside.c_str());
+}
