@@ -7,6 +7,7 @@
 #include "MsgPlatform.h"
 #include "MsgWire.h"
 
+#include <algorithm>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
 #include <asio/signal_set.hpp>
@@ -50,6 +51,8 @@ namespace {
 // Bounds of one thread's queue; past them the receiver stops reading and senders time out.
 constexpr size_t kMaxQueuedMessages = 100000;
 constexpr size_t kMaxQueuedBytes = 64u * 1024u * 1024u;
+// A backlog this long is a burst worth giving the heap back after.
+constexpr size_t kTrimAfterMessages = 64;
 
 struct QueuedMsg {
     wire::Header header;
@@ -103,6 +106,7 @@ struct chThreadLocal::Impl {
     std::deque<QueuedMsg> queue;
     size_t nQueuedBytes = 0;
     uint64_t nProgress = 0;     // messages the loop has taken
+    size_t nQueuedPeak = 0;     // most messages waiting at once since the heap was last trimmed
     bool bChainActive = false;  // a DrainOne is posted or running
     bool bArmed = false;        // the loop waits for the socket itself
     bool bReceiverIdle = false; // the receiver sleeps until the loop gets busy
@@ -179,6 +183,7 @@ struct chThreadLocal::Impl {
             msg.nReplyLen = nFromLen;
             nQueuedBytes += msg.vecExtra.size();
             queue.push_back(std::move(msg));
+            nQueuedPeak = std::max(nQueuedPeak, queue.size());
             ++nTaken;
         }
     }
@@ -217,6 +222,12 @@ struct chThreadLocal::Impl {
             if (queue.empty()) {
                 bChainActive = false;
                 ArmLocked();
+                // A burst leaves its messages' memory in the heap (much of it in the receiver's
+                // arena); a daemon that runs for months gives it back once the burst is over.
+                if (nQueuedPeak >= kTrimAfterMessages) {
+                    nQueuedPeak = 0;
+                    (void)malloc_trim(0);
+                }
                 return;
             }
             msg = std::move(queue.front());
@@ -490,6 +501,10 @@ uCSystemShareHelper::uCSystemShareHelper()
     // a vanished peer must not kill it either.
     signal(SIGXFSZ, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
+    // Large buffers (file copies, whole-file writes) come from mmap and go back at once: a fixed
+    // threshold keeps glibc from raising it after the first such buffer and then holding the
+    // memory in the heap for the rest of a long run.
+    (void)mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
 uCSystemShareHelper& uCSystemShareHelper::getGlobalObject()

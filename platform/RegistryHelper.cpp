@@ -31,7 +31,31 @@ struct RegDocument {
     uint32_t nHandle = 0;
     CIniBackend ini{false, false, false};
     std::map<std::string, uint32_t> mapSections;
+    uint32_t nSetsSinceCompact = 0;
+    uint32_t nKeysAtCompact = 0;
 };
+
+// SimpleIni keeps every string it ever copied until the document is reset, so a key set a
+// thousand times holds a thousand values. Once the changes outnumber twice the keys the document
+// had (and at least 32), it is written out and read back in the same order, keeping only what it
+// holds now: memory stays within a small multiple of the document, at a cost spread thinly.
+void CompactIfDue(RegDocument& doc)
+{
+    uint32_t nLimit = doc.nKeysAtCompact * 2 > 32 ? doc.nKeysAtCompact * 2 : 32;
+    if (++doc.nSetsSinceCompact < nLimit)
+        return;
+    doc.nSetsSinceCompact = 0;
+    std::string strText;
+    if (doc.ini.Save(strText, false) < 0)
+        return;
+    doc.ini.Reset();
+    (void)doc.ini.LoadData(strText.data(), strText.size());
+    doc.nKeysAtCompact = 0;
+    CIniBackend::TNamesDepend sections;
+    doc.ini.GetAllSections(sections);
+    for (const CIniBackend::Entry& section : sections)
+        doc.nKeysAtCompact += static_cast<uint32_t>(doc.ini.GetSectionSize(section.pItem) > 0 ? doc.ini.GetSectionSize(section.pItem) : 0);
+}
 
 struct RegistryState {
     std::recursive_mutex mutex;
@@ -369,6 +393,7 @@ bool ApplySet(const char* szFile, const char* szSection, const char* szKey, cons
     RegDocument* pDoc = DocumentOf(szFile);
     if (pDoc->ini.SetValue(szSection, szKey, szValue) < 0)
         return false;
+    CompactIfDue(*pDoc);
     report.nDocument = pDoc->nHandle;
     report.nSection = SectionHandle(pDoc, szSection);
     for (chRegistryMonitor* pMonitor : State().setMonitors) {

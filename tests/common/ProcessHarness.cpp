@@ -251,13 +251,38 @@ bool NamespacesAvailable()
     return s_nAvailable == 1;
 }
 
+bool MountNamespacesAvailable()
+{
+    static int s_nAvailable = -1;
+    if (s_nAvailable < 0) {
+        int nStatus = system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1");
+        s_nAvailable = (nStatus == 0) ? 1 : 0;
+    }
+    return s_nAvailable == 1;
+}
+
 Service::Service(const std::string& strRoot, const ServiceOptions& options)
     : m_strRoot(strRoot), m_strOutDir(strRoot + "/.test-out")
 {
     (void)mkdir(m_strOutDir.c_str(), 0755);
     std::string strBin = options.bFastUpload ? ConfigServerFastUploadBin() : ConfigServerBin();
     std::vector<std::string> vecArgs{strBin};
-    if (!options.strHwMac.empty() || options.bNoInterface) {
+    if (!options.vecReadOnly.empty()) {
+        // The message folder is a writable mount of its own first, so that it stays writable inside
+        // a read-only /tmp (the recursive bind below carries it along).
+        std::string strQueue = "'" + strRoot + "/tmp/msgq'";
+        std::string strScript = "mkdir -p " + strQueue + " && chmod 700 " + strQueue + " && mount --bind " + strQueue +
+                                " " + strQueue + " && ";
+        for (const std::string& strLogical : options.vecReadOnly) {
+            std::string strReal = "'" + strRoot + strLogical + "'";
+            strScript += "mount --rbind " + strReal + " " + strReal + " && mount -o remount,bind,ro " + strReal + " && ";
+        }
+        strScript += "exec \"$@\"";
+        vecArgs = {"/usr/bin/unshare", "-m", "sh", "-c", strScript, "sh"};
+        std::vector<std::string> vecPrefix = EmulatorPrefix();
+        vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
+        vecArgs.push_back(strBin);
+    } else if (!options.strHwMac.empty() || options.bNoInterface) {
         // A namespace of its own, so that the hardware address is the test's choice.
         std::string strScript = "ip link set lo up; ";
         if (!options.strHwMac.empty())

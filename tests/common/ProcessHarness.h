@@ -87,7 +87,13 @@ struct ServiceOptions {
     bool bFastUpload = false; // the test build whose upload check runs every second
     bool bWaitReady = true;   // wait for the first ping answer (false for a long MAC wait)
     long nFileSizeLimit = -1; // RLIMIT_FSIZE of the service in bytes (-1: unchanged)
+    // Logical paths (folders or files) the service sees read-only, through a mount namespace of
+    // its own: the tests run as root, which folder modes do not stop.
+    std::vector<std::string> vecReadOnly;
 };
+
+// True when this machine lets a test make a mount namespace with read-only bind mounts.
+bool MountNamespacesAvailable();
 
 // True when this machine lets a test make a network namespace with a veth interface.
 bool NamespacesAvailable();

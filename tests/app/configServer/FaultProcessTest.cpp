@@ -20,6 +20,13 @@ protected:
         Write("/config/ForceSync.cfg", "");
         testutil::MakeParents(Real("/tmp/x"));
     }
+    static long RssAnonKb(pid_t pid)
+    {
+        std::string strStatus = testutil::ReadFile("/proc/" + std::to_string(pid) + "/status");
+        size_t nPos = strStatus.find("RssAnon:");
+        return nPos == std::string::npos ? -1 : std::atol(strStatus.c_str() + nPos + 8);
+    }
+
     static std::string ItemLines(int nItems, const std::string& strValue)
     {
         std::string strText = "#!version:1.0.0.1\n";
@@ -110,6 +117,24 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     Write("/tmp/small.cfg", "test.plain = small\n");
+    // The idle figure is taken once the documents and files the flood uses exist in the service
+    // (they are state it keeps), so that what is compared is what the flood itself leaves behind.
+    for (int d = 0; d < 100; ++d)
+        ASSERT_EQ(Msg({"post", "configServer", "0x7f000003", "0", "0", "--hex",
+                       [d] {
+                           std::string strHex, strText = "/config/many/doc" + std::to_string(d) + ".ini";
+                           strText += std::string("\0S\0k0\0warm\0", 12);
+                           static const char kDigits[] = "0123456789abcdef";
+                           for (unsigned char c : strText) {
+                               strHex += kDigits[c >> 4];
+                               strHex += kDigits[c & 15];
+                           }
+                           return strHex;
+                       }()}).nExit, 0);
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--text", "/tmp/small.cfg"}).strOut, "1\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    ASSERT_TRUE(service.Ping());
+    long nIdleRss = RssAnonKb(service.Process().Pid());
     const int kSenders = 4, kPerSender = 2500, kReloadEvery = 50;
     std::vector<pid_t> vecPids;
     for (int s = 0; s < kSenders; ++s) {
@@ -142,7 +167,7 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
         EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0) << "a post failed";
     }
     ASSERT_TRUE(service.Ping(30000));
-    int nReloads = kSenders * kPerSender / kReloadEvery;
+    int nReloads = kSenders * kPerSender / kReloadEvery + 1; // and the one of the warm-up
     std::string strUpgrade = "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n";
     ASSERT_TRUE(listener.WaitFor(strUpgrade, 10000));
     for (int i = 0; i < 100 && [&] {
@@ -154,6 +179,11 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
          }();
          ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    long nAfterRss = RssAnonKb(service.Process().Pid());
+    // The aim is 1 MiB; the flood leaves about 1.7 MiB today (see the README). This bound catches
+    // growth with the number of messages, which the registry's string store once had.
+    EXPECT_LE(nAfterRss, nIdleRss + 3 * 1024) << "RssAnon " << nIdleRss << " KiB idle, " << nAfterRss << " KiB after";
+    printf("RssAnon %ld KiB idle, %ld KiB after the flood\n", nIdleRss, nAfterRss);
     std::string strLines = listener.Finish();
     size_t nUpgrades = 0;
     for (size_t p = strLines.find(strUpgrade); p != std::string::npos; p = strLines.find(strUpgrade, p + 1))
@@ -203,4 +233,61 @@ TEST_F(FaultTest, OtherUsersCannotPostAndPathsStayInsideTheRoot)
     EXPECT_FALSE(testutil::FileExists(strOutside));
     EXPECT_TRUE(Exists(strOutside)) << "written below the root instead";
     (void)remove(strOutside.c_str());
+}
+
+TEST_F(FaultTest, ReadOnlyFoldersFailWritesWithTheirTraces)
+{
+    if (!testutil::MountNamespacesAvailable())
+        GTEST_SKIP() << "mount namespaces (unshare -m with read-only bind mounts) are not available here";
+    std::string strBefore = "#!version:1.0.0.1\ntest.plain = before\n";
+    Write("/config/mac-local.cfg", strBefore);
+    Write("/tmp/d.cfg", "test.plain = after\n");
+    testutil::MakeParents(Real("/ro/x"));
+    AutoServerListener listener(m_root.Path());
+    ASSERT_TRUE(listener.Ready());
+    {
+        // The user file's folder read-only: no ".bak", no rewrite, the file as it was.
+        ServiceOptions options;
+        options.vecReadOnly = {"/config", "/ro"};
+        Service service(m_root.Path(), options);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/ro/x.cfg"}).strOut, "1\n");
+        ASSERT_TRUE(service.Ping());
+        std::string strErr = service.Stderr();
+        EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos) << strErr;
+        EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos);
+        EXPECT_NE(strErr.find("open [/ro/x.cfg] failed."), std::string::npos) << "an export target that cannot be written";
+        EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
+        EXPECT_FALSE(Exists("/config/mac-local.cfg.bak"));
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+    {
+        // Only ".bak" read-only: the failed backup does not stop the rewrite.
+        Write("/config/mac-local.cfg.bak", "old backup\n");
+        ServiceOptions options;
+        options.vecReadOnly = {"/config/mac-local.cfg.bak"};
+        Service service(m_root.Path(), options);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
+        EXPECT_NE(service.Stderr().find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos);
+        EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "old backup\n");
+        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = after\n");
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+    {
+        // "/tmp" read-only: the copies there fail, the messages still go, clearing still answers.
+        ServiceOptions options;
+        options.vecReadOnly = {"/tmp"};
+        Service service(m_root.Path(), options);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+        std::string strErr = service.Stderr();
+        EXPECT_NE(strErr.find("open [/tmp/mac-locl-reset.cfg] failed."), std::string::npos) << strErr;
+        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+    std::string strLines = listener.Finish();
+    EXPECT_NE(strLines.find("data=\"/tmp/mac-locl-reset.cfg\\0\""), std::string::npos) << strLines;
+    EXPECT_NE(strLines.find("id=0xb020a wparam=1"), std::string::npos);
 }
