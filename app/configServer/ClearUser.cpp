@@ -1,6 +1,7 @@
 // Clearing of user configuration (0xd0004): reset list, empty table, header-only user file, then
 // the reset list and an upload request to "autoServer", then the reply.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ETL_TraceHelper.h"
 #include "M7Store.h"
@@ -8,10 +9,6 @@
 #include <cstring>
 
 using ETL_MsgQueueHelper::msgGetThreadByName;
-
-namespace {
-const char* const kResetListPath = "/tmp/mac-locl-reset.cfg";
-} // namespace
 
 int CConfigServer::OnClearUserConfig(msgObject& msg)
 {
@@ -21,9 +18,9 @@ int CConfigServer::OnClearUserConfig(msgObject& msg)
     SaveUserConfig(nullptr, 0);
     ETL_TraceHelper::etlTrace(2, "upload...");
     // Both files are complete and closed before the first post.
-    (void)ETL_MsgQueueHelper::msgPostMsgToThreadEx(msgGetThreadByName("autoServer"), AP_MSG_UPGRADE_USER_CFG, 0, 0,
+    (void)ETL_MsgQueueHelper::msgPostMsgToThreadEx(msgGetThreadByName(kAutoServer), AP_MSG_UPGRADE_USER_CFG, 0, 0,
                                                     static_cast<int>(std::strlen(kResetListPath) + 1), kResetListPath);
-    (void)ETL_MsgQueueHelper::msgPostMsgToThread(msgGetThreadByName("autoServer"), CSM_UPLOAD_USERCFG, 1, 0);
+    (void)ETL_MsgQueueHelper::msgPostMsgToThread(msgGetThreadByName(kAutoServer), CSM_UPLOAD_USERCFG, 1, 0);
     msg.ReplyMessage(1);
     return 1;
 }

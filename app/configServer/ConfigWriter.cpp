@@ -1,6 +1,7 @@
 // Writing the item table as configuration text: the user configuration file (with its ".bak"
 // step) and the whole-table export. Files are rewritten whole, in place, as the phone expects.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ConfigText.h"
 #include "ETL_FileHelper.h"
@@ -17,7 +18,6 @@ using ETL_StringHelper::chStringA;
 
 namespace {
 
-const char* const kCustomConfigPath = "/tmp/_custom_config.cfg";
 const size_t kWriteBuffer = 256 * 1024;
 
 struct FileCloser {

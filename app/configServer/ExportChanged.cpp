@@ -1,6 +1,7 @@
 // Export of the configuration on request (0xd0006): the whole item table, or every key under
 // "/config" that differs from its factory copy under "/phone/factory/", key layouts included.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"
@@ -23,7 +24,6 @@ using ETL_FileHelper::iniSection;
 
 namespace {
 
-const char* const kAllConfigPath = "/tmp/all_config.cfg";
 const size_t kPathBuffer = 256;
 
 // One leading "?" marks a value as not yet confirmed; it does not make the value differ.

@@ -1,5 +1,6 @@
 // Merging configuration texts into the item table, and loading the ignore list.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"
@@ -15,10 +16,6 @@
 #include <cstdlib>
 
 using ETL_StringHelper::chStringA;
-
-namespace {
-const char* const kIgnoreListPath = "/phone/resource/autopIgnroeM7.xml";
-} // namespace
 
 int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert)
 {

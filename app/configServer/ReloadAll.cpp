@@ -1,6 +1,7 @@
 // Rewriting a delivered provisioning text into "/tmp/mac-all-autop.cfg" with the model's values
 // winning for every item the model holds.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ConfigText.h"
 #include "ETL_FileHelper.h"
@@ -14,7 +15,6 @@ using ETL_StringHelper::chStringA;
 
 namespace {
 
-const char* const kAllAutopPath = "/tmp/mac-all-autop.cfg";
 
 // The line end of a name=value line: none when the value already ends with a line feed, or holds
 // nothing but carriage returns and NUL bytes.

@@ -1,5 +1,6 @@
 // Reload of user configuration (0xd0003) and the upload request (0xd0001 and the upload timer).
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ConfigText.h"
 #include "ETL_FileHelper.h"
@@ -19,11 +20,6 @@ using ETL_MsgQueueHelper::msgObject;
 
 namespace {
 
-const char* const kAutoServer = "autoServer";
-const char* const kLocalAutopPath = "/tmp/mac-locl-autop.cfg";
-const char* const kAllAutopPath = "/tmp/mac-all-autop.cfg";
-const char* const kLegacyUserFile = "mac-local.cfg";
-const char* const kLegacyUserBackup = "mac-local.cfg.bak";
 
 void PostUpgrade(const char* szPath)
 {

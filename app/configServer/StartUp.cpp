@@ -1,6 +1,7 @@
 // The start-up hook: registry owner, section watches, ignore list, translator, MAC address, the
 // user configuration file's name and load, and the upload check.
 #include "ConfigServer.h"
+#include "ConfigPaths.h"
 
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
@@ -22,11 +23,6 @@ uint64_t CConfigServer::s_nUploadIntervalMs = 300000;
 
 namespace {
 
-const char* const kIgnoreListPath = "/phone/resource/autopIgnroeM7.xml";
-const char* const kTranslatorPath = "/boot/bin/autopTranslator.xml";
-const char* const kForceSyncPath = "/config/ForceSync.cfg";
-const char* const kLegacyUserFile = "mac-local.cfg";
-const char* const kLegacyUserBackup = "mac-local.cfg.bak";
 const char* const kInvalidMac = "000000000000";
 const int kMacAttempts = 1801;
 const size_t kNameBuffer = 512;

@@ -1,6 +1,8 @@
 // Loading the watch list, registering the watches, and running actions on change.
 #include "sectionMonitor.h"
 
+#include "ConfigPaths.h"
+
 #include "autopTranslator.h"
 #include "chReferenceStringT.h"
 #include "fwTrace.h"
@@ -14,7 +16,6 @@ using ETL_StringHelper::fmtString;
 
 namespace {
 
-const char* const kSectionMonitorFile = "/phone/resource/sectionMonitor.xml";
 
 const char* TextOr(const char* sz)
 {
