@@ -302,9 +302,18 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
 
 bool Service::WaitReady(int nTimeoutMs)
 {
-    ToolResult wait = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)},
-                             nTimeoutMs + 5000);
-    return wait.nExit == 0 && Ping(nTimeoutMs);
+    // A socket left by a killed instance can be there before this one has replaced it: ping
+    // until the answer comes, not just until the name exists.
+    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
+    for (;;) {
+        ToolResult wait = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)},
+                                 nTimeoutMs + 5000);
+        if (wait.nExit == 0 && Ping(nTimeoutMs))
+            return true;
+        if (std::chrono::steady_clock::now() >= tEnd || m_child.Wait(0) >= 0)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
 }
 
 Service::~Service()
