@@ -17,6 +17,60 @@
 
 using ETL_StringHelper::chStringA;
 
+namespace {
+
+// Lines of a merge are taken in batches, so that the names of a batch are looked up together
+// (CM7ItemMap::FindMany); each line is then applied, and its message printed, in file order.
+constexpr size_t kMergeBatch = 32;
+
+enum EMergeLine { MERGE_ITEM, MERGE_IGNORED, MERGE_FLAGGED };
+
+struct CMergeLine {
+    chStringA strName;
+    chStringA strValue;
+    uint32_t nFlags = 0;
+    EMergeLine eKind = MERGE_ITEM;
+};
+
+void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
+{
+    CM7Lookup lookups[kMergeBatch];
+    size_t nLookups = 0;
+    for (size_t i = 0; i < nLines; ++i) {
+        if (pLines[i].eKind != MERGE_ITEM)
+            continue;
+        lookups[nLookups].szName = pLines[i].strName.c_str();
+        lookups[nLookups].nLen = static_cast<size_t>(pLines[i].strName.GetLength());
+        ++nLookups;
+    }
+    m7ItemMap.FindMany(lookups, nLookups);
+    const CM7Lookup* pLookup = lookups;
+    for (size_t i = 0; i < nLines; ++i) {
+        CMergeLine& line = pLines[i];
+        const char* szName = line.strName.c_str();
+        if (line.eKind == MERGE_IGNORED) {
+            printf("IgnoreUserCfg: skip:[%s]\n", szName);
+            continue;
+        }
+        if (line.eKind == MERGE_FLAGGED) {
+            printf("MergeLoadM7Model: skip:[%s]\n", szName);
+            continue;
+        }
+        // A name absent before the batch may have come in with an earlier line of it.
+        CM7MapNode* pNode = pLookup->pFound != nullptr ? pLookup->pFound : m7ItemMap.FindSince(*pLookup);
+        ++pLookup;
+        if (pNode == nullptr) {
+            AppendAbsentM7Item(ETL_NEW CM7Item{line.strName, line.strValue, line.nFlags});
+        } else if (bSkipRepetition != 0) {
+            printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
+        } else {
+            pNode->pValue->value = line.strValue;
+        }
+    }
+}
+
+} // namespace
+
 int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert)
 {
     CM7LineReader reader;
@@ -24,33 +78,34 @@ int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int
         printf("open[%s] failed!\n", szPath != nullptr ? szPath : "(null)");
         return 0;
     }
+    CMergeLine lines[kMergeBatch];
+    size_t nLines = 0;
     chStringA strName, strValue;
     while (reader.Next(strName, strValue) != 0) {
-        const char* szName = strName.c_str();
-        if (IgnoreUserCfg(szName) != 0) {
-            printf("IgnoreUserCfg: skip:[%s]\n", szName);
-            continue;
-        }
-        const config_info_t* pInfo = get_config_info_t(szName);
-        uint32_t nFlags = pInfo != nullptr ? pInfo->attr : 0;
-        if ((nFlags & (ATTR_ENCRYPT | ATTR_REBOOT)) != 0) {
-            printf("MergeLoadM7Model: skip:[%s]\n", szName);
-            continue;
-        }
-        if (bInvert != 0 && (nFlags & ATTR_INVERT) != 0) {
-            char szInverted[64];
-            FormatInvertedValue(strValue.c_str(), szInverted, sizeof(szInverted));
-            strValue = szInverted;
-        }
-        CM7Item* pItem = FindM7Item(szName);
-        if (pItem == nullptr) {
-            AppendM7Item(ETL_NEW CM7Item{strName, strValue, nFlags});
-        } else if (bSkipRepetition != 0) {
-            printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
+        CMergeLine& line = lines[nLines++];
+        line.strName = strName;
+        line.strValue = strValue;
+        line.nFlags = 0;
+        line.eKind = MERGE_ITEM;
+        if (IgnoreUserCfg(line.strName.c_str()) != 0) {
+            line.eKind = MERGE_IGNORED;
         } else {
-            pItem->value = strValue;
+            const config_info_t* pInfo = get_config_info_t(line.strName.c_str());
+            line.nFlags = pInfo != nullptr ? pInfo->attr : 0;
+            if ((line.nFlags & (ATTR_ENCRYPT | ATTR_REBOOT)) != 0) {
+                line.eKind = MERGE_FLAGGED;
+            } else if (bInvert != 0 && (line.nFlags & ATTR_INVERT) != 0) {
+                char szInverted[64];
+                FormatInvertedValue(line.strValue.c_str(), szInverted, sizeof(szInverted));
+                line.strValue = szInverted;
+            }
+        }
+        if (nLines == kMergeBatch) {
+            ApplyMergeBatch(lines, nLines, bSkipRepetition);
+            nLines = 0;
         }
     }
+    ApplyMergeBatch(lines, nLines, bSkipRepetition);
     return 1;
 }
 

@@ -107,11 +107,60 @@ CM7MapNode* CM7ItemMap::Find(const char* szName, size_t nLen) const
     return pNode;
 }
 
+bool CM7ItemMap::Matches(const CM7MapNode* pNode, const char* szName, size_t nLen, uint32_t nHash)
+{
+    return pNode->nKeyHash == nHash && static_cast<size_t>(pNode->strKey.GetLength()) == nLen &&
+           std::memcmp(pNode->strKey.c_str(), szName, nLen) == 0;
+}
+
 CM7MapNode* CM7ItemMap::FindHashed(const char* szName, size_t nLen, uint32_t nHash) const
 {
     for (CM7MapNode* pNode = m_ppBuckets[(nHash & 0x7fffffffu) % m_nBucketCount]; pNode != nullptr; pNode = pNode->pNext) {
-        if (pNode->nKeyHash == nHash && static_cast<size_t>(pNode->strKey.GetLength()) == nLen &&
-            std::memcmp(pNode->strKey.c_str(), szName, nLen) == 0)
+        if (Matches(pNode, szName, nLen, nHash))
+            return pNode;
+    }
+    return nullptr;
+}
+
+void CM7ItemMap::FindMany(CM7Lookup* pLookups, size_t nCount) const
+{
+    size_t nWalking = 0;
+    for (size_t i = 0; i < nCount; ++i) {
+        CM7Lookup& lookup = pLookups[i];
+        lookup.nHash = Hash(lookup.szName, lookup.nLen);
+        lookup.pFound = nullptr;
+        lookup.pHead = m_ppBuckets != nullptr ? m_ppBuckets[(lookup.nHash & 0x7fffffffu) % m_nBucketCount] : nullptr;
+        lookup.pAt = lookup.pHead;
+        nWalking += lookup.pAt != nullptr ? 1 : 0;
+    }
+    // One step of every unfinished walk per round: the loads of a round do not depend on each
+    // other, so the processor has them in flight together.
+    while (nWalking > 0) {
+        nWalking = 0;
+        for (size_t i = 0; i < nCount; ++i) {
+            CM7Lookup& lookup = pLookups[i];
+            CM7MapNode* pNode = lookup.pAt;
+            if (pNode == nullptr)
+                continue;
+            if (Matches(pNode, lookup.szName, lookup.nLen, lookup.nHash)) {
+                lookup.pFound = pNode;
+                lookup.pAt = nullptr;
+                continue;
+            }
+            lookup.pAt = pNode->pNext;
+            nWalking += lookup.pAt != nullptr ? 1 : 0;
+        }
+    }
+}
+
+CM7MapNode* CM7ItemMap::FindSince(const CM7Lookup& lookup) const
+{
+    if (m_ppBuckets == nullptr)
+        return nullptr;
+    // Nodes are only ever linked at a chain's head, so the new ones are those before the old head.
+    for (CM7MapNode* pNode = m_ppBuckets[(lookup.nHash & 0x7fffffffu) % m_nBucketCount];
+         pNode != nullptr && pNode != lookup.pHead; pNode = pNode->pNext) {
+        if (Matches(pNode, lookup.szName, lookup.nLen, lookup.nHash))
             return pNode;
     }
     return nullptr;
@@ -144,20 +193,30 @@ void CM7ItemMap::InsertOrAssign(const chStringA& strKey, CM7Item* pItem)
     bool bKnownAbsent = m_nLastMissAt == m_nInserts && m_nLastMissHash == nHash && m_strLastMiss.size() == nLen &&
                         std::memcmp(m_strLastMiss.data(), strKey.c_str(), nLen) == 0;
     CM7MapNode* pNode = (bKnownAbsent || m_ppBuckets == nullptr) ? nullptr : FindHashed(strKey.c_str(), nLen, nHash);
-    if (pNode == nullptr) {
-        if (m_ppBuckets == nullptr) {
-            m_ppBuckets = ETL_NEW CM7MapNode*[m_nBucketCount];
-            std::memset(m_ppBuckets, 0, sizeof(CM7MapNode*) * m_nBucketCount);
-        }
-        pNode = TakeNode();
-        pNode->nKeyHash = nHash;
-        pNode->nBucket = (nHash & 0x7fffffffu) % m_nBucketCount;
-        pNode->strKey = strKey;
-        ++m_nInserts;
-        pNode->pNext = m_ppBuckets[pNode->nBucket];
-        m_ppBuckets[pNode->nBucket] = pNode;
-    }
+    if (pNode == nullptr)
+        pNode = LinkNew(strKey, nHash);
     pNode->pValue = pItem;
+}
+
+void CM7ItemMap::InsertAbsent(const chStringA& strKey, CM7Item* pItem)
+{
+    LinkNew(strKey, Hash(strKey.c_str(), static_cast<size_t>(strKey.GetLength())))->pValue = pItem;
+}
+
+CM7MapNode* CM7ItemMap::LinkNew(const chStringA& strKey, uint32_t nHash)
+{
+    if (m_ppBuckets == nullptr) {
+        m_ppBuckets = ETL_NEW CM7MapNode*[m_nBucketCount];
+        std::memset(m_ppBuckets, 0, sizeof(CM7MapNode*) * m_nBucketCount);
+    }
+    CM7MapNode* pNode = TakeNode();
+    pNode->nKeyHash = nHash;
+    pNode->nBucket = (nHash & 0x7fffffffu) % m_nBucketCount;
+    pNode->strKey = strKey;
+    ++m_nInserts;
+    pNode->pNext = m_ppBuckets[pNode->nBucket];
+    m_ppBuckets[pNode->nBucket] = pNode;
+    return pNode;
 }
 
 size_t CM7ItemMap::BlockCount() const
@@ -254,6 +313,12 @@ void AppendM7Item(CM7Item* pItem)
 {
     m7ItemList.Append(pItem);
     m7ItemMap.InsertOrAssign(pItem->name, pItem);
+}
+
+void AppendAbsentM7Item(CM7Item* pItem)
+{
+    m7ItemList.Append(pItem);
+    m7ItemMap.InsertAbsent(pItem->name, pItem);
 }
 
 void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)

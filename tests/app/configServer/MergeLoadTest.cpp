@@ -4,6 +4,10 @@
 #include "M7Store.h"
 #include "ServiceFixture.h"
 
+#include <map>
+#include <string>
+#include <vector>
+
 namespace {
 
 class MergeLoadTest : public ServiceRootTest {
@@ -107,4 +111,60 @@ TEST_F(MergeLoadTest, IgnoreListLoader)
     Write("/phone/resource/autopIgnroeM7.xml", "not xml <<");
     EXPECT_EQ(m_server.LoadIgnoreM7List(), 0);
     EXPECT_EQ(ignoreM7List.Count(), 0u);
+}
+
+// Names are looked up a batch of lines at a time; a name that comes back within a batch, across
+// a batch's end or much later must behave as if every line were applied on its own, and the
+// messages must keep the file's order.
+TEST_F(MergeLoadTest, RepeatedNamesNearAndFarKeepLineOrder)
+{
+    ASSERT_EQ(m_server.LoadIgnoreM7List(), 1);
+    SetM7Item("old.item", "before", 0);
+    // Line i names item (i * 7) % 23, so repeats come at distances 23, 46, ... and mix with
+    // the batch boundaries; every 10th line is ignored, every 13th repeats its predecessor.
+    std::string strText = "#!version:1.0.0.1\n";
+    std::vector<std::string> vecNames;
+    for (int i = 0; i < 300; ++i) {
+        std::string strName = "rep." + std::to_string((i * 7) % 23);
+        if (i % 13 == 0 && i > 0)
+            strName = vecNames.back();
+        if (i % 10 == 0)
+            strName = "test.ignored";
+        if (i == 150)
+            strName = "old.item";
+        vecNames.push_back(strName);
+        strText += strName + " = v" + std::to_string(i) + "\n";
+    }
+    Write("/tmp/rep.cfg", strText);
+    for (int bSkip = 0; bSkip <= 1; ++bSkip) {
+        ClearM7Model();
+        SetM7Item("old.item", "before", 0);
+        std::vector<std::string> vecOrder = {"old.item"};
+        std::map<std::string, std::string> mapValue = {{"old.item", "before"}};
+        std::string strExpected;
+        for (size_t i = 0; i < vecNames.size(); ++i) {
+            const std::string& strName = vecNames[i];
+            std::string strValue = "v" + std::to_string(i);
+            if (strName == "test.ignored") {
+                strExpected += "IgnoreUserCfg: skip:[test.ignored]\n";
+            } else if (mapValue.count(strName) == 0) {
+                vecOrder.push_back(strName);
+                mapValue[strName] = strValue;
+            } else if (bSkip != 0) {
+                strExpected += "MergeLoadM7Model: skip repetition:[" + strName + "] \n";
+            } else {
+                mapValue[strName] = strValue;
+            }
+        }
+        ::testing::internal::CaptureStdout();
+        EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/rep.cfg", bSkip, 0), 1);
+        EXPECT_EQ(::testing::internal::GetCapturedStdout(), strExpected) << "skip " << bSkip;
+        ASSERT_EQ(m7ItemList.Count(), vecOrder.size());
+        EXPECT_EQ(m7ItemMap.Count(), vecOrder.size());
+        size_t n = 0;
+        for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext, ++n) {
+            EXPECT_EQ(pNode->pItem->name.c_str(), vecOrder[n]);
+            EXPECT_EQ(Value(vecOrder[n].c_str()), mapValue[vecOrder[n]]) << vecOrder[n] << " skip " << bSkip;
+        }
+    }
 }
