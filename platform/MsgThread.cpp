@@ -501,10 +501,14 @@ uCSystemShareHelper::uCSystemShareHelper()
     // a vanished peer must not kill it either.
     signal(SIGXFSZ, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
-    // Large buffers (file copies, whole-file writes) come from mmap and go back at once: a fixed
-    // threshold keeps glibc from raising it after the first such buffer and then holding the
-    // memory in the heap for the rest of a long run.
-    (void)mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    // Fixed heap thresholds. The buffers of every rewrite (the 512 KiB copy buffer, the writer's
+    // chunk) stay below them: served from the heap, their pages are reused instead of faulted in
+    // anew each time. Anything larger (whole documents read at once) is mapped and goes back at
+    // once, and the heap keeps at most this much free memory at its top. Left to itself, glibc
+    // raises both thresholds to the largest buffer it has seen and holds twice that for good.
+    const int kHeapThreshold = 640 * 1024;
+    (void)mallopt(M_MMAP_THRESHOLD, kHeapThreshold);
+    (void)mallopt(M_TRIM_THRESHOLD, kHeapThreshold);
 }
 
 uCSystemShareHelper& uCSystemShareHelper::getGlobalObject()
