@@ -60,7 +60,7 @@ void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
         CM7MapNode* pNode = pLookup->pFound != nullptr ? pLookup->pFound : m7ItemMap.FindSince(*pLookup);
         ++pLookup;
         if (pNode == nullptr) {
-            AppendAbsentM7Item(ETL_NEW CM7Item{line.strName, line.strValue, line.nFlags});
+            AppendM7Item(ETL_NEW CM7Item{line.strName, line.strValue, line.nFlags});
         } else if (bSkipRepetition != 0) {
             printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
         } else {

@@ -97,14 +97,7 @@ CM7MapNode* CM7ItemMap::Find(const char* szName, size_t nLen) const
 {
     if (m_ppBuckets == nullptr || szName == nullptr)
         return nullptr;
-    uint32_t nHash = Hash(szName, nLen);
-    CM7MapNode* pNode = FindHashed(szName, nLen, nHash);
-    if (pNode == nullptr) {
-        m_strLastMiss.assign(szName, nLen);
-        m_nLastMissHash = nHash;
-        m_nLastMissAt = m_nInserts;
-    }
-    return pNode;
+    return FindHashed(szName, nLen, Hash(szName, nLen));
 }
 
 bool CM7ItemMap::Matches(const CM7MapNode* pNode, const char* szName, size_t nLen, uint32_t nHash)
@@ -186,18 +179,6 @@ CM7MapNode* CM7ItemMap::TakeNode()
     return new (pRaw) CM7MapNode{nullptr, 0, 0, chStringA(), nullptr};
 }
 
-void CM7ItemMap::InsertOrAssign(const chStringA& strKey, CM7Item* pItem)
-{
-    size_t nLen = static_cast<size_t>(strKey.GetLength());
-    uint32_t nHash = Hash(strKey.c_str(), nLen);
-    bool bKnownAbsent = m_nLastMissAt == m_nInserts && m_nLastMissHash == nHash && m_strLastMiss.size() == nLen &&
-                        std::memcmp(m_strLastMiss.data(), strKey.c_str(), nLen) == 0;
-    CM7MapNode* pNode = (bKnownAbsent || m_ppBuckets == nullptr) ? nullptr : FindHashed(strKey.c_str(), nLen, nHash);
-    if (pNode == nullptr)
-        pNode = LinkNew(strKey, nHash);
-    pNode->pValue = pItem;
-}
-
 void CM7ItemMap::InsertAbsent(const chStringA& strKey, CM7Item* pItem)
 {
     LinkNew(strKey, Hash(strKey.c_str(), static_cast<size_t>(strKey.GetLength())))->pValue = pItem;
@@ -213,7 +194,6 @@ CM7MapNode* CM7ItemMap::LinkNew(const chStringA& strKey, uint32_t nHash)
     pNode->nKeyHash = nHash;
     pNode->nBucket = (nHash & 0x7fffffffu) % m_nBucketCount;
     pNode->strKey = strKey;
-    ++m_nInserts;
     pNode->pNext = m_ppBuckets[pNode->nBucket];
     m_ppBuckets[pNode->nBucket] = pNode;
     return pNode;
@@ -250,7 +230,6 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
         delete[] m_ppBuckets;
     }
     // 3. The pool and its blocks.
-    ++m_nInserts; // a remembered miss says nothing about the next table
     m_pFreeNodes = nullptr;
     m_ppBuckets = nullptr;
     m_nCount = 0;
@@ -310,12 +289,6 @@ CM7Item* FindM7Item(const char* szName)
 }
 
 void AppendM7Item(CM7Item* pItem)
-{
-    m7ItemList.Append(pItem);
-    m7ItemMap.InsertOrAssign(pItem->name, pItem);
-}
-
-void AppendAbsentM7Item(CM7Item* pItem)
 {
     m7ItemList.Append(pItem);
     m7ItemMap.InsertAbsent(pItem->name, pItem);

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 
 using ETL_StringHelper::chStringA;
 
@@ -80,7 +79,6 @@ public:
     uint32_t BucketOf(const char* szName, size_t nLen) const;
 
     CM7MapNode* Find(const char* szName, size_t nLen) const;
-    void InsertOrAssign(const chStringA& strKey, CM7Item* pItem);
 
     // Looks up a batch of names (szName, nLen set) at once. The chains are walked side by side,
     // so that their cache misses overlap: with a hundred nodes per chain in a large table these
@@ -113,13 +111,6 @@ private:
     CM7MapNode* m_pFreeNodes;
     void* m_pBlocks;
     int32_t m_nNodesPerBlock;
-
-    // The last name Find did not find, while nothing was inserted since: the append that follows
-    // such a miss knows the name is absent and spares a second walk of the chain.
-    mutable std::string m_strLastMiss;
-    mutable uint32_t m_nLastMissHash = 0;
-    mutable uint64_t m_nLastMissAt = UINT64_MAX;
-    uint64_t m_nInserts = 0;
 };
 
 struct CM7IgnoreItem {
@@ -164,10 +155,9 @@ extern int32_t m7ModelChanged;
 
 // The record of the name, or null.
 CM7Item* FindM7Item(const char* szName);
-// Appends a fully built record to the list, then enters it in the map.
+// Appends a fully built record to the list, then enters it in the map. Every caller has just
+// looked the name up and found it absent, so the map links it without walking its chain again.
 void AppendM7Item(CM7Item* pItem);
-// The same for a record whose name the caller has just found absent.
-void AppendAbsentM7Item(CM7Item* pItem);
 // Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. Marks upload due.
 void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
 // Empties the table.
