@@ -131,17 +131,7 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
     // The idle figure is taken once the documents and files the flood uses exist in the service
     // (they are state it keeps), so that what is compared is what the flood itself leaves behind.
     for (int d = 0; d < 100; ++d)
-        ASSERT_EQ(Msg({"post", "configServer", "0x7f000003", "0", "0", "--hex",
-                       [d] {
-                           std::string strHex, strText = "/config/many/doc" + std::to_string(d) + ".ini";
-                           strText += std::string("\0S\0k0\0warm\0", 12);
-                           static const char kDigits[] = "0123456789abcdef";
-                           for (unsigned char c : strText) {
-                               strHex += kDigits[c >> 4];
-                               strHex += kDigits[c & 15];
-                           }
-                           return strHex;
-                       }()}).nExit, 0);
+        ASSERT_EQ(Msg({"reg-set", "/config/many/doc" + std::to_string(d) + ".ini", "S", "k0", "warm"}).nExit, 0);
     EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--text", "/tmp/small.cfg"}).strOut, "1\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(700));
     ASSERT_TRUE(service.Ping());
