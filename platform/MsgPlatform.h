@@ -22,4 +22,8 @@ typedef int (*RegistryMessageHandler)(msgObject& msg);
 void SetRegistryMessageHandler(RegistryMessageHandler pHandler);
 int HandleRegistryMessage(msgObject& msg);
 
+// Sends szState ("READY=1", "STOPPING=1") to the service manager named by NOTIFY_SOCKET; 0 when
+// sent or when no manager listens, else a negative errno (traced once here).
+int NotifyServiceManager(const char* szState);
+
 } // namespace ETL_MsgQueueHelper
