@@ -24,15 +24,18 @@ int HandleOptions(int argc, char** argv)
 {
     if (argc < 2)
         return -1;
-    if (argc == 2 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
+    bool bHelp = strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0;
+    bool bVersion = strcmp(argv[1], "--version") == 0;
+    if (argc == 2 && bHelp) {
         fputs(kUsage, stdout);
         return 0;
     }
-    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    if (argc == 2 && bVersion) {
         printf("configServer %s\n", g_szVersion);
         return 0;
     }
-    fprintf(stderr, "configServer: unknown argument \"%s\"\n", argv[1]);
+    // Each option stands alone: name the first word that is not one.
+    fprintf(stderr, "configServer: unknown argument \"%s\"\n", (bHelp || bVersion) ? argv[2] : argv[1]);
     fputs(kUsage, stderr);
     return 1;
 }
