@@ -185,6 +185,7 @@ struct NameMap {
     bool bFailureTraced = false;
     std::vector<char> vecArena; // every text, each followed by a NUL
     std::vector<MapTemplate> templates;
+    std::vector<uint32_t> vecTemplateOf; // per entry, so that a lookup never searches the templates
     uint32_t nEntries = 0;
     CEntryIndex byPath;
     CEntryIndex byName;
@@ -203,9 +204,7 @@ struct NameMap {
     // The template of an entry, and the entry's number within its range.
     const MapTemplate& TemplateOf(uint32_t nEntry, long& nNumber) const
     {
-        auto it = std::upper_bound(templates.begin(), templates.end(), nEntry,
-                                   [](uint32_t n, const MapTemplate& t) { return n < t.nFirstEntry; });
-        const MapTemplate& t = *(it - 1);
+        const MapTemplate& t = templates[vecTemplateOf[nEntry]];
         nNumber = t.nFrom + static_cast<long>(nEntry - t.nFirstEntry);
         return t;
     }
@@ -363,17 +362,22 @@ void LoadMap()
         map.bFailureTraced = true;
         return;
     }
-    size_t nTemplates = 0, nTextBytes = 0, nSwitches = 0;
+    size_t nTemplates = 0, nTextBytes = 0, nSwitches = 0, nExpected = 0;
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
         bool bItem = std::strcmp(node.name(), "item") == 0;
         if (!bItem && std::strcmp(node.name(), "config") != 0)
             continue;
         (bItem ? nTemplates : nSwitches) += 1;
+        long nFrom = 0, nTo = 0;
+        if (bItem && ParseRange(node.attribute("range").value(), nFrom, nTo))
+            nExpected += static_cast<size_t>(nTo - nFrom);
+        nExpected += bItem ? 1 : 0;
         for (const char* szAttr : {"m7", "name", "file", "section", "key"})
             nTextBytes += std::strlen(node.attribute(szAttr).value()) + 1;
     }
     map.vecArena.reserve(nTextBytes);
     map.templates.reserve(nTemplates);
+    map.vecTemplateOf.reserve(std::min<size_t>(nExpected, kMaxEntries));
     map.switches.reserve(nSwitches);
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
         if (std::strcmp(node.name(), "item") == 0) {
@@ -402,8 +406,9 @@ void LoadMap()
             const char* const aszAttrs[4] = {"m7", "file", "section", "key"};
             for (int i = 0; i < 4; ++i)
                 t.nTextOff[i] = map.Keep(node.attribute(aszAttrs[i]).value());
-            map.templates.push_back(t);
             map.nEntries += static_cast<uint32_t>(nTo - nFrom + 1);
+            map.vecTemplateOf.resize(map.nEntries, static_cast<uint32_t>(map.templates.size()));
+            map.templates.push_back(t);
         } else if (std::strcmp(node.name(), "config") == 0) {
             SwitchEntry sw{};
             const char* szName = node.attribute("name").value();
@@ -511,6 +516,7 @@ void configParser_Reset()
     map.byName.Clear();
     map.switchByName.Clear();
     std::vector<MapTemplate>().swap(map.templates);
+    std::vector<uint32_t>().swap(map.vecTemplateOf);
     std::vector<SwitchEntry>().swap(map.switches);
     std::vector<char>().swap(map.vecArena);
     map.nEntries = 0;
