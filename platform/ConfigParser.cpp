@@ -22,8 +22,9 @@ namespace {
 const char* const kMapPath = "/phone/resource/configMap.xml";
 // A range wider than this is a typing error, not a phone with a million accounts.
 const long kMaxRangeSize = 100000;
-// Entries of all items together; past this the map is not a phone's, and later items are skipped.
-const uint32_t kMaxEntries = 1u << 24;
+// Entries of all items together (an index slot holds 24 bits of entry number); past this the map
+// is not a phone's, and later items are skipped.
+const uint32_t kMaxEntries = (1u << 24) - 1;
 
 // One `item` element: its four texts in the map's arena, unexpanded, and the entries it stands
 // for. A ranged item is never expanded into stored texts: a lookup formats its number on the fly,
@@ -54,20 +55,16 @@ template <class Fn>
 bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
 {
     const char* pRun = szText;
-    const char* p = szText;
-    while (*p != '\0') {
+    const char* p = bExpand ? std::strchr(szText, '{') : nullptr;
+    for (; p != nullptr; p = std::strchr(p + 1, '{')) {
         size_t nSkip = 0;
         long nValue = n;
-        if (bExpand && p[0] == '{' && p[1] == 'n') {
-            if (p[2] == '}')
-                nSkip = 3;
-            else if (std::strncmp(p + 2, "+1}", 3) == 0) {
-                nSkip = 5;
-                nValue = n + 1;
-            }
-        }
-        if (nSkip == 0) {
-            ++p;
+        if (p[1] == 'n' && p[2] == '}') {
+            nSkip = 3;
+        } else if (p[1] == 'n' && std::strncmp(p + 2, "+1}", 3) == 0) {
+            nSkip = 5;
+            nValue = n + 1;
+        } else {
             continue;
         }
         if (p > pRun && !fn(pRun, static_cast<size_t>(p - pRun)))
@@ -76,10 +73,11 @@ bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
         auto res = std::to_chars(szNumber, szNumber + sizeof(szNumber), nValue);
         if (!fn(szNumber, static_cast<size_t>(res.ptr - szNumber)))
             return false;
-        p += nSkip;
-        pRun = p;
+        pRun = p + nSkip;
+        p = pRun - 1;
     }
-    return p == pRun || fn(pRun, static_cast<size_t>(p - pRun));
+    size_t nRest = std::strlen(pRun);
+    return nRest == 0 || fn(pRun, nRest);
 }
 
 // FNV-1a, fed piece by piece, so that a stored template and a plain text hash alike.
@@ -106,10 +104,15 @@ bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* 
            nAt == n;
 }
 
-// Open addressing over entry numbers (plus one; 0 is empty). The keys are not stored: the owner
-// hashes and compares an entry's key through the callbacks it passes.
+// Open addressing over entry numbers. A slot holds the entry number plus one (0 is empty) in its
+// low 24 bits and the top 8 bits of the key's hash above them, so that nearly every slot of
+// another key is passed over without expanding that key. The keys themselves are not stored: the
+// owner hashes and compares an entry's key through the callbacks it passes.
 class CEntryIndex {
 public:
+    static constexpr uint32_t kEntryBits = 24;
+    static constexpr uint32_t kEntryMask = (1u << kEntryBits) - 1;
+
     void Reserve(size_t nEntries)
     {
         size_t nSlots = 16;
@@ -127,13 +130,15 @@ public:
         if ((m_nUsed + 1) * 3 > m_vecSlots.size() * 2)
             Grow(hashOf);
         size_t nMask = m_vecSlots.size() - 1;
+        uint32_t nTag = Tag(nHash);
         for (size_t i = nHash & nMask;; i = (i + 1) & nMask) {
-            if (m_vecSlots[i] == 0) {
-                m_vecSlots[i] = nEntry + 1;
+            uint32_t nSlot = m_vecSlots[i];
+            if (nSlot == 0) {
+                m_vecSlots[i] = nTag | (nEntry + 1);
                 ++m_nUsed;
                 return;
             }
-            if (sameKey(m_vecSlots[i] - 1))
+            if ((nSlot & ~kEntryMask) == nTag && sameKey((nSlot & kEntryMask) - 1))
                 return;
         }
     }
@@ -145,9 +150,11 @@ public:
         if (m_vecSlots.empty())
             return -1;
         size_t nMask = m_vecSlots.size() - 1;
+        uint32_t nTag = Tag(nHash);
         for (size_t i = nHash & nMask; m_vecSlots[i] != 0; i = (i + 1) & nMask) {
-            if (sameKey(m_vecSlots[i] - 1))
-                return static_cast<long>(m_vecSlots[i] - 1);
+            uint32_t nSlot = m_vecSlots[i];
+            if ((nSlot & ~kEntryMask) == nTag && sameKey((nSlot & kEntryMask) - 1))
+                return static_cast<long>((nSlot & kEntryMask) - 1);
         }
         return -1;
     }
@@ -159,6 +166,8 @@ public:
     }
 
 private:
+    static uint32_t Tag(uint32_t nHash) { return nHash & ~kEntryMask; }
+
     template <class HashOf>
     void Grow(HashOf hashOf)
     {
@@ -169,7 +178,7 @@ private:
         for (uint32_t nSlot : vecOld) {
             if (nSlot == 0)
                 continue;
-            size_t i = hashOf(nSlot - 1) & nMask;
+            size_t i = hashOf((nSlot & kEntryMask) - 1) & nMask;
             while (m_vecSlots[i] != 0)
                 i = (i + 1) & nMask;
             m_vecSlots[i] = nSlot;
