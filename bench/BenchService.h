@@ -66,7 +66,7 @@ inline long long BenchPingWhenUp(const char* szThread, int nLimitMs = 30000)
 // file "/config/mac-local.cfg".
 class CBenchService {
 public:
-    CBenchService(const CBenchRoot& root, const std::string& strBinary) : m_root(root)
+    CBenchService(const CBenchRoot& root, const std::string& strBinary)
     {
         root.Write("/config/ForceSync.cfg", "");
         root.Write("/etc/device/mac", "0a1b2c3d4e5f\n");
@@ -85,7 +85,6 @@ public:
     pid_t Pid() const { return m_pid; }
 
 private:
-    const CBenchRoot& m_root;
     pid_t m_pid = -1;
     bool m_bUp = false;
     ETL_MsgQueueHelper::msgThread m_hThread = 0;
