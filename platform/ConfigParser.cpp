@@ -82,11 +82,11 @@ bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
 
 // FNV-1a, fed piece by piece, so that a stored template and a plain text hash alike.
 struct CTextHash {
-    uint32_t h = 2166136261u;
+    uint32_t nHash = 2166136261u;
     void Add(const char* p, size_t n)
     {
         for (size_t i = 0; i < n; ++i)
-            h = (h ^ static_cast<unsigned char>(p[i])) * 16777619u;
+            nHash = (nHash ^ static_cast<unsigned char>(p[i])) * 16777619u;
     }
 };
 
@@ -232,7 +232,7 @@ struct NameMap {
                 hash.Add("", 1); // the parts are joined by NULs
             (void)ForEachPiece(Text(t.nTextOff[i]), t.bExpand, n, Add);
         }
-        return hash.h;
+        return hash.nHash;
     }
 
     uint32_t HashOfName(uint32_t nEntry) const
@@ -244,7 +244,7 @@ struct NameMap {
             hash.Add(p, nLen);
             return true;
         });
-        return hash.h;
+        return hash.nHash;
     }
 
     bool PathEquals(uint32_t nEntry, std::string_view file, std::string_view section, std::string_view key) const
@@ -278,14 +278,14 @@ uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::s
     hash.Add(section.data(), section.size());
     hash.Add("", 1);
     hash.Add(key.data(), key.size());
-    return hash.h;
+    return hash.nHash;
 }
 
 uint32_t HashOfPlainText(std::string_view text)
 {
     CTextHash hash;
     hash.Add(text.data(), text.size());
-    return hash.h;
+    return hash.nHash;
 }
 
 bool ParseLong(const char* sz, int nBase, long& nOut)
