@@ -18,26 +18,22 @@ const char* const kUsage =
     "(unset: /), loads the user configuration and answers messages until SIGTERM, SIGINT or\n"
     "the platform quit message; the exit status is the loop's result. See configServer(8).\n";
 
-// Options are answered before anything starts: no registration, no file touched. Returns the
-// exit status, or -1 to go on with the service.
+// -h, --help or --version alone is answered before anything starts: no registration, no file
+// touched. Any other argument is not read, as the phone's start scripts may pass their own.
+// Returns the exit status, or -1 to go on with the service.
 int HandleOptions(int argc, char** argv)
 {
-    if (argc < 2)
+    if (argc != 2)
         return -1;
-    bool bHelp = strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0;
-    bool bVersion = strcmp(argv[1], "--version") == 0;
-    if (argc == 2 && bHelp) {
+    if (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0) {
         fputs(kUsage, stdout);
         return 0;
     }
-    if (argc == 2 && bVersion) {
+    if (strcmp(argv[1], "--version") == 0) {
         printf("configServer %s\n", g_szVersion);
         return 0;
     }
-    // Each option stands alone: name the first word that is not one.
-    fprintf(stderr, "configServer: unknown argument \"%s\"\n", (bHelp || bVersion) ? argv[2] : argv[1]);
-    fputs(kUsage, stderr);
-    return 1;
+    return -1;
 }
 
 } // namespace

@@ -80,9 +80,6 @@ TEST(Usage, HelpVersionAndBadArgumentsOfBothPrograms)
         {strServer, {"-h"}, 0, true, "usage: configServer [-h|--help] [--version]\n"},
         {strServer, {"--help"}, 0, true, "usage: configServer [-h|--help] [--version]\n"},
         {strServer, {"--version"}, 0, true, std::string("configServer ") + CFG_VERSION + "\n"},
-        {strServer, {"--bogus"}, 1, false, "configServer: unknown argument \"--bogus\"\nusage: configServer"},
-        {strServer, {"start"}, 1, false, "configServer: unknown argument \"start\"\nusage: configServer"},
-        {strServer, {"--version", "now"}, 1, false, "configServer: unknown argument \"now\"\nusage: configServer"},
     };
     TempDir root;
     for (const Case& c : cases) {
