@@ -149,30 +149,42 @@ int fwCopyFile(const char* szSource, const char* szTarget)
     g_nLastWrites = 0;
     if (szSource == nullptr || szTarget == nullptr)
         return -1;
-    FILE* pSource = ETL_FileHelper::etlFopen(szSource, "rb");
+    FILE* pSource = ETL_FileHelper::etlFopenRegular(szSource);
     if (pSource == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Source file [%s] can't open! \n\n", __FILE__, __LINE__, szSource);
         return -1;
     }
-    FILE* pTarget = ETL_FileHelper::etlFopen(szTarget, "wb");
+    // The copy replaces the target only once it is whole: a reader never sees half a copy.
+    ETL_FileHelper::chFileReplacer replacer;
+    FILE* pTarget = replacer.Open(szTarget);
     if (pTarget == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
         fclose(pSource);
         return -1;
     }
     char* pBuffer = ETL_NEW char[kCopyBuffer];
+    bool bCopied = true;
     for (;;) {
         size_t nRead = fread(pBuffer, 1, kCopyBuffer, pSource);
         ++g_nLastReads;
-        if (nRead == 0)
+        if (nRead == 0) {
+            bCopied = ferror(pSource) == 0;
             break;
+        }
         ++g_nLastWrites;
-        if (fwrite(pBuffer, nRead, 1, pTarget) != 1)
+        if (fwrite(pBuffer, nRead, 1, pTarget) != 1) {
+            bCopied = false;
             break;
+        }
     }
     fclose(pSource);
-    fclose(pTarget);
     delete[] pBuffer;
+    if (!bCopied || replacer.Commit() != 0) {
+        // The target keeps its previous content; say so in the words of a target that failed.
+        replacer.Abort();
+        fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
+        return -1;
+    }
     return 0;
 }
 
