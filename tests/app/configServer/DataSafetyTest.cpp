@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <dirent.h>
 #include <filesystem>
 #include <fcntl.h>
 #include <random>
@@ -75,14 +74,11 @@ protected:
     std::vector<std::string> Temps() const
     {
         std::vector<std::string> vecTemps;
-        DIR* pDir = opendir((m_strMem + "/config").c_str());
-        while (dirent* pEntry = pDir != nullptr ? readdir(pDir) : nullptr) {
-            std::string strName = pEntry->d_name;
+        for (const auto& entry : std::filesystem::directory_iterator(m_strMem + "/config")) {
+            std::string strName = entry.path().filename();
             if (strName.rfind("mac-local.cfg.", 0) == 0 && strName != "mac-local.cfg.bak")
-                vecTemps.push_back(m_strMem + "/config/" + strName);
+                vecTemps.push_back(entry.path());
         }
-        if (pDir != nullptr)
-            closedir(pDir);
         return vecTemps;
     }
     bool StartWriter(testutil::Child& writer, long nItems, long nCount, long nFileSizeLimit = -1)
