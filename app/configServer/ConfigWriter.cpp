@@ -51,7 +51,8 @@ bool WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
     return bWritten;
 }
 
-enum WriteResult { WRITE_NOT_OPENED, WRITE_FAILED, WRITE_DONE };
+// Not started: the target could not be opened or take the header; failed: cut short later.
+enum WriteResult { WRITE_NOT_STARTED, WRITE_FAILED, WRITE_DONE };
 
 // Header, then the item lines. A file rewritten in place can be seen empty or cut by a reader or
 // after a power cut, so the text goes to a temporary that replaces the target once complete.
@@ -61,12 +62,12 @@ WriteResult WriteConfigFile(const char* szTarget, bool bAllNull, bool bReportSki
     FILE* pFile = replacer.Open(szTarget);
     if (pFile == nullptr) {
         ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
-        return WRITE_NOT_OPENED;
+        return WRITE_NOT_STARTED;
     }
     // Flushed at once, so that a file that cannot grow shows here and not lines later.
     if (fwrite(kM7Header, 1, kM7HeaderLength, pFile) != kM7HeaderLength || fflush(pFile) != 0) {
         ETL_TraceHelper::etlTrace(2, "can't write M7 header");
-        return WRITE_FAILED;
+        return WRITE_NOT_STARTED;
     }
     if (!WriteItems(pFile, bAllNull, bReportSkips))
         return WRITE_FAILED;
@@ -91,12 +92,12 @@ void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
             (void)fwCopyFile(strBackup.c_str(), m_strUserCfgPath.c_str());
     }
     const char* szTarget = szPath != nullptr ? szPath : m_strUserCfgPath.c_str();
-    if (WriteConfigFile(szTarget, bAllNull != 0, true) == WRITE_NOT_OPENED)
+    if (WriteConfigFile(szTarget, bAllNull != 0, true) == WRITE_NOT_STARTED)
         return;
     m7ModelChanged = 0;
 }
 
 int CConfigServer::ExportCustomConfig(const char* szPath)
 {
-    return WriteConfigFile(szPath != nullptr ? szPath : kCustomConfigPath, false, false) == WRITE_NOT_OPENED ? 0 : 1;
+    return WriteConfigFile(szPath != nullptr ? szPath : kCustomConfigPath, false, false) == WRITE_NOT_STARTED ? 0 : 1;
 }
