@@ -29,10 +29,10 @@ int chFileStdio::Open(const char* szPath, int nMode)
     Close();
     if (szPath == nullptr)
         return 0;
-    FILE* pFile = etlFopen(szPath, nMode == 0 ? "rb" : "r+b");
+    // A FIFO or a device is refused without waiting on it, a directory too.
+    FILE* pFile = nMode == 0 ? etlFopenRegular(szPath) : etlFopen(szPath, "r+b");
     if (pFile == nullptr)
         return 0;
-    // A directory opens on Linux but cannot be read: refuse it, and devices too.
     struct stat st;
     if (fstat(fileno(pFile), &st) != 0 || !S_ISREG(st.st_mode)) {
         fclose(pFile);
@@ -74,7 +74,7 @@ int etlReadWholeFile(const char* szPath, std::string& strOut, size_t nMaxBytes)
     std::string strReal = etlResolvePath(szPath);
     if (strReal.empty())
         return -EINVAL;
-    int fd = open(strReal.c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = open(strReal.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
         return -errno;
     struct stat st;
@@ -192,7 +192,16 @@ pugi::xml_parse_result etlXmlLoadFile(pugi::xml_document& doc, const char* szPat
         result.status = pugi::status_file_not_found;
         return result;
     }
-    return doc.load_file(etlResolvePath(szPath).c_str(), pugi::parse_default, pugi::encoding_auto);
+    // Read here rather than by load_file, which would wait for ever on a FIFO.
+    std::string strText;
+    int nErr = etlReadWholeFile(szPath, strText, 64u * 1024u * 1024u);
+    if (nErr != 0) {
+        doc.reset();
+        pugi::xml_parse_result result;
+        result.status = nErr == -ENOENT ? pugi::status_file_not_found : pugi::status_io_error;
+        return result;
+    }
+    return doc.load_buffer(strText.data(), strText.size(), pugi::parse_default, pugi::encoding_auto);
 }
 
 int xmlFile::LoadFromFile(const char* szPath)

@@ -1,7 +1,8 @@
-// File existence, sleeping and task ids.
+// File existence, sleeping (ended early by a stop signal) and task ids.
 #include "ETL_MiscHelper.h"
 
 #include "ETL_FileHelper.h"
+#include "MsgLoop.h"
 
 #include <cerrno>
 #include <ctime>
@@ -19,13 +20,18 @@ int pathFileExist(const char* szPath)
 
 void etlSleep(int nMs)
 {
-    if (nMs <= 0)
+    if (nMs <= 0 || ETL_MsgQueueHelper::PlatformSleep(nMs))
         return;
     timespec ts;
     ts.tv_sec = nMs / 1000;
     ts.tv_nsec = static_cast<long>(nMs % 1000) * 1000000L;
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
     }
+}
+
+int etlStopRequested()
+{
+    return ETL_MsgQueueHelper::PlatformStopRequested() ? 1 : 0;
 }
 
 int etlGetCurrentTaskId()

@@ -37,6 +37,49 @@ asio::io_context& PlatformLoop()
     return s_loop;
 }
 
+namespace {
+
+// A loop of its own, run only inside the platform's sleep: its signal set is told of SIGTERM and
+// SIGINT as the message loop's is (which still ends Run at once), but it never handles a message.
+struct SleepWatch {
+    asio::io_context loop{1};
+    asio::signal_set signals{loop, SIGTERM, SIGINT};
+    bool bStop = false;
+};
+
+// Made when a message thread starts catching the stop signals; never destroyed, so that a
+// signal at exit finds it whole.
+SleepWatch* g_pSleepWatch = nullptr;
+
+} // namespace
+
+bool PlatformSleep(int nMs)
+{
+    if (g_pSleepWatch == nullptr)
+        return false;
+    SleepWatch& watch = *g_pSleepWatch;
+    if (!watch.bStop) {
+        watch.signals.async_wait([&watch](const asio::error_code& ec, int) {
+            if (ec == asio::error::operation_aborted)
+                return;
+            watch.bStop = true;
+            watch.loop.stop();
+        });
+        watch.loop.restart();
+        (void)watch.loop.run_for(std::chrono::milliseconds(nMs));
+        asio::error_code ec;
+        (void)watch.signals.cancel(ec);
+        watch.loop.restart();
+        (void)watch.loop.poll();
+    }
+    return true;
+}
+
+bool PlatformStopRequested()
+{
+    return g_pSleepWatch != nullptr && g_pSleepWatch->bStop;
+}
+
 struct ReplyContext {
     int fd = -1;
     sockaddr_un addr{};
@@ -582,6 +625,8 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     impl.bStopping = false;
     // Signals are caught from registration on, so a SIGTERM during start-up ends Run at once.
     impl.pSignals.reset(new asio::signal_set(PlatformLoop(), SIGTERM, SIGINT));
+    if (g_pSleepWatch == nullptr)
+        g_pSleepWatch = new SleepWatch;
     {
         std::lock_guard<std::mutex> lock(LocalThreadsMutex());
         LocalThreads()[impl.strName] = &impl;

@@ -132,60 +132,16 @@ uint32_t FromHandle(HREGISTRY h)
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(h));
 }
 
-bool WriteAll(int fd, const char* p, size_t n)
+// The folders of a new document are made first; the file itself is replaced safely.
+int SaveDocumentFile(const std::string& strFile, const std::string& strText)
 {
-    while (n > 0) {
-        ssize_t nDone = write(fd, p, n);
-        if (nDone < 0 && errno == EINTR)
-            continue;
-        if (nDone <= 0)
-            return false;
-        p += nDone;
-        n -= static_cast<size_t>(nDone);
+    std::string strReal = ETL_FileHelper::etlResolvePath(strFile.c_str());
+    size_t nSlash = strReal.rfind('/');
+    for (size_t nPos = 1; nSlash != std::string::npos && nPos <= nSlash; ++nPos) {
+        if (nPos == nSlash || strReal[nPos] == '/')
+            (void)mkdir(strReal.substr(0, nPos).c_str(), 0755);
     }
-    return true;
-}
-
-// The registry's own files are replaced safely: a crash leaves the old file or the new one.
-int ReplaceFileSafely(const std::string& strReal, const std::string& strText)
-{
-    std::string strDir = strReal.substr(0, strReal.rfind('/') == std::string::npos ? 0 : strReal.rfind('/'));
-    if (strDir.empty())
-        strDir = ".";
-    for (size_t nPos = 1; nPos < strDir.size(); ++nPos) {
-        if (strDir[nPos] == '/')
-            (void)mkdir(strDir.substr(0, nPos).c_str(), 0755);
-    }
-    (void)mkdir(strDir.c_str(), 0755);
-    std::string strTemp = strReal + ".XXXXXX";
-    std::vector<char> vecTemp(strTemp.begin(), strTemp.end());
-    vecTemp.push_back('\0');
-    int fd = mkostemp(vecTemp.data(), O_CLOEXEC);
-    if (fd < 0)
-        return -errno;
-    struct stat st;
-    mode_t nMode = (stat(strReal.c_str(), &st) == 0) ? (st.st_mode & 07777) : 0644;
-    int nErr = 0;
-    if (!WriteAll(fd, strText.data(), strText.size()))
-        nErr = errno != 0 ? -errno : -EIO;
-    if (nErr == 0 && fchmod(fd, nMode) != 0)
-        nErr = -errno;
-    if (nErr == 0 && fsync(fd) != 0)
-        nErr = -errno;
-    if (close(fd) != 0 && nErr == 0)
-        nErr = -errno;
-    if (nErr == 0 && rename(vecTemp.data(), strReal.c_str()) != 0)
-        nErr = -errno;
-    if (nErr != 0) {
-        (void)unlink(vecTemp.data());
-        return nErr;
-    }
-    int fdDir = open(strDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fdDir >= 0) {
-        (void)fsync(fdDir);
-        close(fdDir);
-    }
-    return 0;
+    return ETL_FileHelper::etlReplaceFile(strFile.c_str(), strText);
 }
 
 // What a change reports once it is made: taken when the value is set, delivered afterwards.
@@ -352,7 +308,7 @@ int regSaveRegistryDocumentEx(HREGISTRY hRegistry, regSaveFilter pFilter)
         ETL_TraceHelper::etlTrace(2, "registry: cannot serialise \"%s\"", pDoc->strFile.c_str());
         return -1;
     }
-    int nErr = ReplaceFileSafely(ETL_FileHelper::etlResolvePath(pDoc->strFile.c_str()), strText);
+    int nErr = SaveDocumentFile(pDoc->strFile, strText);
     if (nErr != 0) {
         ETL_TraceHelper::etlTrace(2, "registry: cannot write \"%s\": %s", pDoc->strFile.c_str(), strerror(-nErr));
         return -1;

@@ -59,6 +59,8 @@ public:
     int OnUploadUserConfig(msgObject& msg);
     int OnReloadUserConfig(msgObject& msg);
     void OnReloadAllConfig(const char* szPath);
+    // True when the path names the current user configuration file (by name or by inode).
+    bool IsUserConfigFile(const char* szPath) const;
 
     // Clearing (ClearUser.cpp).
     int OnClearUserConfig(msgObject& msg);

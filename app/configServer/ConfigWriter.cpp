@@ -1,5 +1,5 @@
 // Writing the item table as configuration text: the user configuration file (with its ".bak"
-// step) and the whole-table export. Files are rewritten whole, in place, as the phone expects.
+// step) and the whole-table export. Files are rewritten whole.
 #include "ConfigServer.h"
 #include "ConfigPaths.h"
 
@@ -12,41 +12,19 @@
 #include "fwTrace.h"
 
 #include <cstdio>
-#include <memory>
+#include <cstring>
 
 using ETL_StringHelper::chStringA;
 
 namespace {
 
-const size_t kWriteBuffer = 256 * 1024;
-
-struct FileCloser {
-    void operator()(FILE* pFile) const { (void)fclose(pFile); }
-};
-typedef std::unique_ptr<FILE, FileCloser> FilePtr;
-
-// Opens the target "w+" and writes the header; null (after the trace) when either fails.
-FilePtr OpenWithHeader(const char* szTarget)
-{
-    FilePtr pFile(ETL_FileHelper::etlFopen(szTarget, "w+"));
-    if (!pFile) {
-        ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
-        return FilePtr();
-    }
-    (void)setvbuf(pFile.get(), nullptr, _IOFBF, kWriteBuffer);
-    // Flushed at once, so that a file that cannot grow shows here and not lines later.
-    if (fwrite(kM7Header, 1, kM7HeaderLength, pFile.get()) != kM7HeaderLength || fflush(pFile.get()) != 0) {
-        ETL_TraceHelper::etlTrace(2, "can't write M7 header");
-        return FilePtr();
-    }
-    return pFile;
-}
-
 // Item lines of every item that may reach a text file; encrypted and reboot items are left out
 // (and reported when bReportSkips). Lines are gathered in a buffer of our own and handed to the
 // stream a chunk at a time: the stream would buffer them the same way, at a higher cost per line.
-void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
+// False when a chunk could not be written; the rest is still tried, each failure traced.
+bool WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
 {
+    bool bWritten = true;
     const size_t kChunk = 256 * 1024;
     std::string strChunk;
     strChunk.reserve(kChunk + 4096);
@@ -61,11 +39,44 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
         }
         nLastStart = strChunk.size();
         AppendM7ItemLine(strChunk, item.name, item.value, bAllNull);
-        if (strChunk.size() >= kChunk && !FlushLines(pFile, strChunk, nLastStart, strLine))
+        if (strChunk.size() >= kChunk && !FlushLines(pFile, strChunk, nLastStart, strLine)) {
             ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
+            bWritten = false;
+        }
     }
-    if (!FlushLines(pFile, strChunk, nLastStart, strLine))
+    if (!FlushLines(pFile, strChunk, nLastStart, strLine)) {
         ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
+        bWritten = false;
+    }
+    return bWritten;
+}
+
+// Not started: the target could not be opened or take the header; failed: cut short later.
+enum WriteResult { WRITE_NOT_STARTED, WRITE_FAILED, WRITE_DONE };
+
+// Header, then the item lines. A file rewritten in place can be seen empty or cut by a reader or
+// after a power cut, so the text goes to a temporary that replaces the target once complete.
+WriteResult WriteConfigFile(const char* szTarget, bool bAllNull, bool bReportSkips)
+{
+    ETL_FileHelper::chFileReplacer replacer;
+    FILE* pFile = replacer.Open(szTarget);
+    if (pFile == nullptr) {
+        ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
+        return WRITE_NOT_STARTED;
+    }
+    // Flushed at once, so that a file that cannot grow shows here and not lines later.
+    if (fwrite(kM7Header, 1, kM7HeaderLength, pFile) != kM7HeaderLength || fflush(pFile) != 0) {
+        ETL_TraceHelper::etlTrace(2, "can't write M7 header");
+        return WRITE_NOT_STARTED;
+    }
+    if (!WriteItems(pFile, bAllNull, bReportSkips))
+        return WRITE_FAILED;
+    int nErr = replacer.Commit();
+    if (nErr != 0) {
+        ETL_TraceHelper::etlTrace(2, "replace [%s] failed: %s", szTarget, strerror(-nErr));
+        return WRITE_FAILED;
+    }
+    return WRITE_DONE;
 }
 
 } // namespace
@@ -81,19 +92,12 @@ void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
             (void)fwCopyFile(strBackup.c_str(), m_strUserCfgPath.c_str());
     }
     const char* szTarget = szPath != nullptr ? szPath : m_strUserCfgPath.c_str();
-    FilePtr pFile = OpenWithHeader(szTarget);
-    if (!pFile)
+    if (WriteConfigFile(szTarget, bAllNull != 0, true) == WRITE_NOT_STARTED)
         return;
-    WriteItems(pFile.get(), bAllNull != 0, true);
-    pFile.reset();
     m7ModelChanged = 0;
 }
 
 int CConfigServer::ExportCustomConfig(const char* szPath)
 {
-    FilePtr pFile = OpenWithHeader(szPath != nullptr ? szPath : kCustomConfigPath);
-    if (!pFile)
-        return 0;
-    WriteItems(pFile.get(), false, false);
-    return 1;
+    return WriteConfigFile(szPath != nullptr ? szPath : kCustomConfigPath, false, false) == WRITE_NOT_STARTED ? 0 : 1;
 }

@@ -139,14 +139,15 @@ int CConfigServer::OnExportAllChangedConfig(const char* szPath)
 {
     ETL_TraceHelper::etlTrace(2, "CConfigServer::OnExportAllChangedConfig:%s\n", szPath != nullptr ? szPath : "(null)");
     const char* szTarget = szPath != nullptr ? szPath : kAllConfigPath;
-    FILE* pFile = ETL_FileHelper::etlFopen(szTarget, "w+");
+    // Replaced whole once complete: whoever asked for the export may already be reading it.
+    ETL_FileHelper::chFileReplacer replacer;
+    FILE* pFile = replacer.Open(szTarget);
     if (pFile == nullptr) {
         ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
         return 0;
     }
     if (fwrite(kM7Header, 1, kM7HeaderLength, pFile) != kM7HeaderLength || fflush(pFile) != 0) {
         ETL_TraceHelper::etlTrace(2, "can't write M7 header");
-        (void)fclose(pFile);
         return 0;
     }
     ExportChangedDir("/config", "/phone/factory/", pFile);
@@ -155,7 +156,11 @@ int CConfigServer::OnExportAllChangedConfig(const char* szPath)
     ExportChangedKeyLayout(pFile, 3, -1);
     for (int32_t nModule = 0; nModule <= 5; ++nModule)
         ExportChangedKeyLayout(pFile, 2, nModule);
-    (void)fclose(pFile);
+    int nErr = replacer.Commit();
+    if (nErr != 0) {
+        ETL_TraceHelper::etlTrace(2, "replace [%s] failed: %s", szTarget, strerror(-nErr));
+        return 0;
+    }
     return 1;
 }
 

@@ -10,11 +10,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 
 using ETL_StringHelper::chStringA;
 
 namespace {
-
 
 // The line end of a name=value line: none when the value already ends with a line feed, or holds
 // nothing but carriage returns and NUL bytes.
@@ -30,6 +30,17 @@ bool NeedsLineEnd(const char* szValue)
 
 } // namespace
 
+bool CConfigServer::IsUserConfigFile(const char* szPath) const
+{
+    if (m_strUserCfgPath.empty())
+        return false;
+    if (ETL_FileHelper::etlResolvePath(szPath) == ETL_FileHelper::etlResolvePath(m_strUserCfgPath.c_str()))
+        return true;
+    struct stat stPath, stUser;
+    return ETL_FileHelper::etlStat(szPath, &stPath) == 0 && ETL_FileHelper::etlStat(m_strUserCfgPath.c_str(), &stUser) == 0 &&
+           stPath.st_dev == stUser.st_dev && stPath.st_ino == stUser.st_ino;
+}
+
 void CConfigServer::OnReloadAllConfig(const char* szPath)
 {
     printf("CConfigServer::OnReloadAllConfig:%s\n", szPath != nullptr ? szPath : "(null)");
@@ -40,7 +51,9 @@ void CConfigServer::OnReloadAllConfig(const char* szPath)
         printf("open[%s] failed!\n", szPath);
         return;
     }
-    FILE* pOut = ETL_FileHelper::etlFopen(kAllAutopPath, "w+");
+    // Replaced whole, never rewritten in place: the provisioning service may be reading it.
+    ETL_FileHelper::chFileReplacer replacer;
+    FILE* pOut = replacer.Open(kAllAutopPath);
     if (pOut == nullptr) {
         ETL_TraceHelper::etlTrace(2, "open [%s] failed.", kAllAutopPath);
         return;
@@ -60,6 +73,14 @@ void CConfigServer::OnReloadAllConfig(const char* szPath)
         if (NeedsLineEnd(szWritten))
             (void)fputs("\n", pOut);
     }
-    (void)fclose(pOut);
+    int nErr = replacer.Commit();
+    if (nErr != 0)
+        ETL_TraceHelper::etlTrace(2, "replace [%s] failed: %s", kAllAutopPath, strerror(-nErr));
+    // The delivered file may be the user configuration itself: that one is the user's, not ours
+    // to delete.
+    if (IsUserConfigFile(szPath)) {
+        ETL_TraceHelper::etlTrace(2, "kept [%s]: it is the user configuration file.", szPath);
+        return;
+    }
     (void)ETL_FileHelper::etlRemove(szPath);
 }

@@ -73,6 +73,11 @@ int CConfigServer::OnServiceStart()
     while (std::strcmp(strMac.c_str(), kInvalidMac) == 0) {
         ETL_TraceHelper::etlTrace(2, "Invalid MAC Address... sleep 1s");
         ETL_MiscHelper::etlSleep(1000);
+        // Stopped while booting: nothing of the start-up that remains may run (files are moved).
+        if (ETL_MiscHelper::etlStopRequested() != 0) {
+            ETL_TraceHelper::etlTrace(2, "Stop requested while waiting for the MAC address.");
+            return 1;
+        }
         const char* szMac = netGetMACText(0, 0);
         strMac = (szMac != nullptr) ? szMac : "";
         if (++nAttempts >= kMacAttempts)

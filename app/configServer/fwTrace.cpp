@@ -149,31 +149,45 @@ int fwCopyFile(const char* szSource, const char* szTarget)
     g_nLastWrites = 0;
     if (szSource == nullptr || szTarget == nullptr)
         return -1;
-    FILE* pSource = ETL_FileHelper::etlFopen(szSource, "rb");
+    FILE* pSource = ETL_FileHelper::etlFopenRegular(szSource);
     if (pSource == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Source file [%s] can't open! \n\n", __FILE__, __LINE__, szSource);
         return -1;
     }
-    FILE* pTarget = ETL_FileHelper::etlFopen(szTarget, "wb");
+    // The copy replaces the target only once it is whole: a reader never sees half a copy.
+    ETL_FileHelper::chFileReplacer replacer;
+    FILE* pTarget = replacer.Open(szTarget);
     if (pTarget == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
         fclose(pSource);
         return -1;
     }
     char* pBuffer = ETL_NEW char[kCopyBuffer];
+    bool bCopied = true;
     for (;;) {
         size_t nRead = fread(pBuffer, 1, kCopyBuffer, pSource);
         ++g_nLastReads;
-        if (nRead == 0)
+        if (nRead == 0) {
+            bCopied = ferror(pSource) == 0;
             break;
+        }
         ++g_nLastWrites;
-        if (fwrite(pBuffer, nRead, 1, pTarget) != 1)
+        if (fwrite(pBuffer, nRead, 1, pTarget) != 1) {
+            bCopied = false;
             break;
+        }
     }
     fclose(pSource);
-    fclose(pTarget);
     delete[] pBuffer;
-    return 0;
+    // Either way the target keeps its previous content whole. A copy that stopped at a failed
+    // write still returns 0, as it always has; a target that could not be replaced is one that
+    // could not be opened.
+    int nResult = bCopied && replacer.Commit() != 0 ? -1 : 0;
+    if (!bCopied || nResult != 0) {
+        replacer.Abort();
+        fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
+    }
+    return nResult;
 }
 
 void fwCopyFileLastCounts(int* pnReads, int* pnWrites)

@@ -73,11 +73,14 @@ void ExportChangedKeyLayout(FILE* pStream, uint32_t nKeySet, int32_t nModule)
     CKeySetFiles files = GetKeySetFiles(nKeySet, nModule);
     pugi::xml_document current, factory;
     if (!LoadLayout(current, files.strCurrent)) {
+        // No line end here, so the line buffer would hold the text back.
         printf("Load failed:[%s]", files.strCurrent.c_str());
+        (void)fflush(stdout);
         return;
     }
     if (!LoadLayout(factory, files.strFactory)) {
         printf("Load failed:[%s]", files.strFactory.c_str());
+        (void)fflush(stdout);
         return;
     }
     printf("cmp:[%s] [%s]\n", files.strCurrent.c_str(), files.strFactory.c_str());

@@ -79,7 +79,9 @@ int CConfigServer::LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint3
     const char* szPath = files.strCurrent.c_str();
     pugi::xml_document doc;
     if (ETL_MiscHelper::pathFileExist(szPath) == 0 || !ETL_FileHelper::etlXmlLoadFile(doc, szPath)) {
+        // No line end here, so the line buffer would hold the text back.
         printf("Load failed:[%s]", szPath);
+        (void)fflush(stdout);
         return 0;
     }
     pugi::xml_node root = doc.child(files.szRoot);

@@ -86,7 +86,7 @@ int IsNonTextConfigFile(const char* szPath)
         return 1;
     unsigned char buf[23];
     std::memset(buf, 0, sizeof(buf));
-    FILE* pFile = ETL_FileHelper::etlFopen(szPath, "rb");
+    FILE* pFile = ETL_FileHelper::etlFopenRegular(szPath);
     if (pFile == nullptr)
         return 0;
     size_t nGot = fread(buf, 1, sizeof(buf), pFile);

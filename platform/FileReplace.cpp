@@ -1,0 +1,206 @@
+// Replacing a file whole through a temporary beside it, and opening regular files for reading
+// without waiting on FIFOs or devices.
+#include "ETL_FileHelper.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace ETL_FileHelper {
+
+namespace {
+
+bool WriteAll(int fd, const char* p, size_t n)
+{
+    while (n > 0) {
+        ssize_t nDone = write(fd, p, n);
+        if (nDone < 0 && errno == EINTR)
+            continue;
+        if (nDone < 0)
+            return false;
+        if (nDone == 0) {
+            errno = EIO;
+            return false;
+        }
+        p += nDone;
+        n -= static_cast<size_t>(nDone);
+    }
+    return true;
+}
+
+// The mode fopen would give a new file. umask() cannot be read without changing it, and another
+// thread may create a file meanwhile, so the kernel's own record is asked first.
+mode_t NewFileMode()
+{
+    mode_t nMask = 022;
+    FILE* pStatus = std::fopen("/proc/self/status", "re");
+    if (pStatus != nullptr) {
+        char szLine[128];
+        while (std::fgets(szLine, sizeof(szLine), pStatus) != nullptr) {
+            unsigned int nRead = 0;
+            if (std::sscanf(szLine, "Umask: %o", &nRead) == 1) {
+                nMask = static_cast<mode_t>(nRead);
+                break;
+            }
+        }
+        (void)std::fclose(pStatus);
+    }
+    return 0666 & ~nMask;
+}
+
+std::string FolderOf(const std::string& strPath)
+{
+    size_t nSlash = strPath.rfind('/');
+    if (nSlash == std::string::npos)
+        return ".";
+    return nSlash == 0 ? "/" : strPath.substr(0, nSlash);
+}
+
+} // namespace
+
+FILE* etlFopenRegular(const char* szPath)
+{
+    if (szPath == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    // Non-blocking, so that a FIFO without a writer opens at once and can be turned away.
+    int fd = open(etlResolvePath(szPath).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        (void)close(fd);
+        errno = EINVAL;
+        return nullptr;
+    }
+    FILE* pFile = fdopen(fd, "rb");
+    if (pFile == nullptr)
+        (void)close(fd);
+    return pFile;
+}
+
+chFileReplacer::~chFileReplacer()
+{
+    Abort();
+}
+
+ssize_t chFileReplacer::CookieWrite(void* pCookie, const char* pData, size_t nSize)
+{
+    chFileReplacer* pThis = static_cast<chFileReplacer*>(pCookie);
+    return WriteAll(pThis->m_fd, pData, nSize) ? static_cast<ssize_t>(nSize) : -1;
+}
+
+FILE* chFileReplacer::Open(const char* szPath)
+{
+    Abort();
+    if (szPath == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    m_strTarget = etlResolvePath(szPath);
+    struct stat st;
+    mode_t nMode = 0;
+    if (lstat(m_strTarget.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        // Replace what the link points to, so that the link goes on naming the live file.
+        char* szReal = realpath(m_strTarget.c_str(), nullptr);
+        if (szReal == nullptr)
+            return nullptr;
+        m_strTarget = szReal;
+        std::free(szReal);
+    }
+    if (stat(m_strTarget.c_str(), &st) == 0) {
+        if (!S_ISREG(st.st_mode)) {
+            errno = EINVAL;
+            return nullptr;
+        }
+        nMode = st.st_mode & 07777;
+    } else if (errno == ENOENT) {
+        nMode = NewFileMode();
+    } else {
+        return nullptr;
+    }
+    std::string strTemplate = m_strTarget + ".XXXXXX";
+    std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
+    vecTemp.push_back('\0');
+    m_fd = mkostemp(vecTemp.data(), O_CLOEXEC);
+    if (m_fd < 0)
+        return nullptr;
+    m_strTemp = vecTemp.data();
+    cookie_io_functions_t functions = {nullptr, &chFileReplacer::CookieWrite, nullptr, nullptr};
+    if (fchmod(m_fd, nMode) != 0 || (m_pStream = fopencookie(this, "w", functions)) == nullptr) {
+        int nErr = errno;
+        Abort();
+        errno = nErr;
+        return nullptr;
+    }
+    return m_pStream;
+}
+
+int chFileReplacer::Commit()
+{
+    if (m_pStream == nullptr)
+        return -EBADF;
+    errno = 0;
+    int nErr = 0;
+    if (fflush(m_pStream) != 0 || ferror(m_pStream) != 0)
+        nErr = errno != 0 ? -errno : -EIO;
+    (void)fclose(m_pStream); // the cookie has no close of its own: the descriptor is ours
+    m_pStream = nullptr;
+    if (nErr == 0 && fsync(m_fd) != 0)
+        nErr = -errno;
+    if (close(m_fd) != 0 && nErr == 0)
+        nErr = -errno;
+    m_fd = -1;
+    if (nErr == 0 && rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
+        nErr = -errno;
+    if (nErr != 0) {
+        Abort();
+        return nErr;
+    }
+    m_strTemp.clear();
+    // The rename itself lasts only once the folder is on disk.
+    int fdDir = open(FolderOf(m_strTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fdDir >= 0) {
+        (void)fsync(fdDir);
+        (void)close(fdDir);
+    }
+    return 0;
+}
+
+void chFileReplacer::Abort()
+{
+    if (m_pStream != nullptr) {
+        // Whatever is still buffered must not reach the file: the descriptor goes first.
+        if (m_fd >= 0)
+            (void)close(m_fd);
+        m_fd = -1;
+        (void)fclose(m_pStream);
+        m_pStream = nullptr;
+    }
+    if (m_fd >= 0)
+        (void)close(m_fd);
+    m_fd = -1;
+    if (!m_strTemp.empty())
+        (void)unlink(m_strTemp.c_str());
+    m_strTemp.clear();
+}
+
+int etlReplaceFile(const char* szPath, const std::string& strText)
+{
+    chFileReplacer replacer;
+    FILE* pStream = replacer.Open(szPath);
+    if (pStream == nullptr)
+        return errno != 0 ? -errno : -EIO;
+    if (!strText.empty() && fwrite(strText.data(), 1, strText.size(), pStream) != strText.size()) {
+        int nErr = errno != 0 ? -errno : -EIO;
+        replacer.Abort();
+        return nErr;
+    }
+    return replacer.Commit();
+}
+
+} // namespace ETL_FileHelper

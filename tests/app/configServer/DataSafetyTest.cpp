@@ -1,0 +1,253 @@
+// What the user configured survives kills, readers and failed writes, and no request or signal
+// leaves the service stuck: tests with the real programs.
+#include "ServiceFixture.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fcntl.h>
+#include <random>
+#include <set>
+#include <sys/stat.h>
+#include <thread>
+
+using testutil::Service;
+using testutil::ServiceOptions;
+
+namespace {
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define CFG_TEST_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(CFG_TEST_SANITIZED)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+const char kUser[] = "/config/mac-local.cfg";
+
+class DataSafetyTest : public ServiceRootTest {
+protected:
+    void SetUp() override
+    {
+        ServiceRootTest::SetUp();
+        // The writers' root lies in memory where the machine has it: a kill or a reader sees the
+        // same files there, and syncs to a disk shared with other jobs would take most of the run.
+        char szMem[] = "/dev/shm/cfgtest-XXXXXX";
+        m_strMem = mkdtemp(szMem) != nullptr ? szMem : m_root.Join("mem");
+        for (const std::string& strRoot : {m_root.Path(), m_strMem}) {
+            testutil::WriteFile(strRoot + "/config/ForceSync.cfg", "");
+            testutil::MakeParents(strRoot + "/tmp/x");
+        }
+    }
+    void TearDown() override
+    {
+        std::error_code ec;
+        (void)std::filesystem::remove_all(m_strMem, ec);
+        ServiceRootTest::TearDown();
+    }
+    std::string MemRead(const std::string& strLogical) const { return testutil::ReadFile(m_strMem + strLogical); }
+    // Under an emulator or a sanitizer every rewrite is many times slower: loops run shorter.
+    static bool Slow() { return kSanitized || !testutil::EmulatorPrefix().empty(); }
+    static std::string Base(long nItems)
+    {
+        std::string strText = "#!version:1.0.0.1\n";
+        for (long i = 0; i < nItems; ++i)
+            strText += "item." + std::to_string(i) + " = value\n";
+        return strText;
+    }
+    // The version a complete file of that base holds; -1 for any other text (empty, cut, mixed).
+    static long VersionOf(const std::string& strText, const std::string& strBase)
+    {
+        const std::string strKey = "version = ";
+        size_t nStart = strBase.size() + strKey.size();
+        if (strText.size() <= nStart + 1 || strText.compare(0, strBase.size(), strBase) != 0 ||
+            strText.compare(strBase.size(), strKey.size(), strKey) != 0 || strText.back() != '\n')
+            return -1;
+        std::string strNumber = strText.substr(nStart, strText.size() - nStart - 1);
+        return strNumber.find_first_not_of("0123456789") == std::string::npos ? std::stol(strNumber) : -1;
+    }
+    // Temporaries left beside the user file (a killed writer cannot remove its own).
+    std::vector<std::string> Temps() const
+    {
+        std::vector<std::string> vecTemps;
+        for (const auto& entry : std::filesystem::directory_iterator(m_strMem + "/config")) {
+            std::string strName = entry.path().filename();
+            if (strName.rfind("mac-local.cfg.", 0) == 0 && strName != "mac-local.cfg.bak")
+                vecTemps.push_back(entry.path());
+        }
+        return vecTemps;
+    }
+    bool StartWriter(testutil::Child& writer, long nItems, long nCount, long nFileSizeLimit = -1)
+    {
+        return writer.Start({CFG_REWRITE_LOOP_BIN, std::to_string(nItems), std::to_string(nCount), "1"},
+                            m_strMem, m_out.Path(), "", {}, nFileSizeLimit);
+    }
+    // The service started on this root holds exactly the items of the text: its export equals it.
+    static void ExpectServiceLoads(const std::string& strRoot, const std::string& strText)
+    {
+        Service service(strRoot);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        std::vector<std::string> vecExport{"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/export.cfg"};
+        EXPECT_EQ(testutil::Etlmsg(strRoot, vecExport).strOut, "1\n");
+        std::string strExport = testutil::ReadFile(strRoot + "/tmp/export.cfg");
+        EXPECT_TRUE(strExport == strText) << "export of " << strExport.size() << " bytes";
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+    testutil::TempDir m_out;
+    std::string m_strMem;
+};
+
+} // namespace
+
+TEST_F(DataSafetyTest, KilledRewritesLeaveWholeFilesThatTheServiceLoads)
+{
+    const long kItems = 100000;
+    const int kKills = Slow() ? 20 : 200;
+    const std::string strBase = Base(kItems);
+    testutil::WriteFile(m_strMem + kUser, strBase + "version = 0\n");
+    unsigned int nSeed = std::random_device()();
+    std::string strGo = m_out.Join("go");
+    ASSERT_EQ(mkfifo(strGo.c_str(), 0600), 0);
+    testutil::Child writers;
+    ASSERT_TRUE(writers.Start({CFG_REWRITE_LOOP_BIN, std::to_string(kItems), "0", "1", strGo, std::to_string(nSeed)},
+                              m_strMem, m_out.Path()));
+    int fdGo = open(strGo.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(fdGo, 0);
+    std::set<long> setSeen;
+    int nFailures = 0;
+    for (int k = 0; k < kKills; ++k) {
+        ASSERT_EQ(write(fdGo, "k", 1), 1);
+        ASSERT_TRUE(testutil::WaitForText(writers.StdoutPath(), "killed " + std::to_string(k) + "\n", 30000));
+        for (std::string strFile : {std::string(kUser), std::string(kUser) + ".bak"}) {
+            long nVersion = VersionOf(MemRead(strFile), strBase);
+            EXPECT_GE(nVersion, 0) << strFile << " after kill " << k << ", seed " << nSeed;
+            nFailures += nVersion < 0 ? 1 : 0;
+            setSeen.insert(nVersion);
+        }
+        for (const std::string& strTemp : Temps())
+            (void)unlink(strTemp.c_str());
+        // Starting the service after each kill would take most of the run: every 50th and the last.
+        if (k % 50 == 49 || k + 1 == kKills)
+            ExpectServiceLoads(m_strMem, MemRead(kUser));
+    }
+    (void)close(fdGo);
+    EXPECT_EQ(writers.Wait(10000), 0);
+    printf("%d kills, %zu distinct versions seen, %d failures (seed %u)\n", kKills, setSeen.size(), nFailures, nSeed);
+}
+
+TEST_F(DataSafetyTest, AReaderPollingDuringRewritesSeesOnlyWholeFiles)
+{
+    // Smaller than above so that the rewrites are quick; a cut file shows at any size.
+    const long kItems = 2000;
+    const int kRewrites = Slow() ? 100 : 1000;
+    const std::string strBase = Base(kItems);
+    testutil::WriteFile(m_strMem + kUser, strBase + "version = 0\n");
+    testutil::Child writer;
+    ASSERT_TRUE(StartWriter(writer, kItems, kRewrites));
+    long nReads = 0, nBad = 0;
+    std::set<long> setSeen;
+    while (writer.Wait(0) < 0) {
+        long nVersion = VersionOf(MemRead(kUser), strBase);
+        nBad += nVersion < 0 ? 1 : 0;
+        setSeen.insert(nVersion);
+        ++nReads;
+    }
+    EXPECT_EQ(writer.Wait(0), 0) << writer.Stderr();
+    EXPECT_EQ(nBad, 0) << "of " << nReads << " reads";
+    EXPECT_GT(setSeen.size(), 2u) << "the reader saw the file change";
+    EXPECT_EQ(VersionOf(MemRead(kUser), strBase), kRewrites);
+}
+
+TEST_F(DataSafetyTest, AFailedRewriteKeepsTheFileAndLeavesNoTemporary)
+{
+    std::string strBefore = "#!version:1.0.0.1\ntest.plain = before\n";
+    testutil::WriteFile(m_strMem + kUser, strBefore);
+    testutil::Child writer;
+    ASSERT_TRUE(StartWriter(writer, 1000, 1, 4096));
+    EXPECT_EQ(writer.Wait(30000), 0);
+    EXPECT_NE(writer.Stderr().find("can't write buff["), std::string::npos) << writer.Stderr();
+    EXPECT_EQ(MemRead(kUser), strBefore);
+    EXPECT_EQ(MemRead(std::string(kUser) + ".bak"), strBefore);
+    EXPECT_TRUE(Temps().empty());
+}
+
+TEST_F(DataSafetyTest, ProtectedReloadOfTheUserFileKeepsIt)
+{
+    SetSwitches(1, 1);
+    std::string strUser = "#!version:1.0.0.1\ntest.plain = mine\nnew.item = kept\n";
+    Write(kUser, strUser);
+    {
+        Service service(m_root.Path());
+        ASSERT_TRUE(service.Started());
+        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "3"}).strOut, "1\n");
+        EXPECT_EQ(Read("/tmp/mac-all-autop.cfg"), "#!version:1.0.0.1\n\ntest.plain=mine\nnew.item=kept\n");
+        EXPECT_EQ(Read(kUser), strUser);
+        EXPECT_NE(service.Stderr().find("kept [/config/mac-local.cfg]"), std::string::npos) << service.Stderr();
+        EXPECT_EQ(service.Quit(0), 0);
+    }
+    ExpectServiceLoads(m_root.Path(), strUser);
+}
+
+TEST_F(DataSafetyTest, PathsThatAreNotRegularFilesNeverBlock)
+{
+    SetSwitches(1, 1); // request 3 then reads the delivered file itself
+    Write(kUser, "#!version:1.0.0.1\ntest.plain = user\n");
+    Write("/config/x.ini", "[S]\nplain = 1\n");
+    Write("/tmp/ok.cfg", "test.plain = ok\n");
+    const char* const kFifos[] = {"/tmp/fifo.cfg", "/config/data/linekey.xml", "/phone/factory/x.ini"};
+    for (const char* szFifo : kFifos) {
+        testutil::MakeParents(Real(szFifo));
+        ASSERT_EQ(mkfifo(Real(szFifo).c_str(), 0600), 0);
+    }
+    Service service(m_root.Path());
+    ASSERT_TRUE(service.Started());
+    const std::vector<std::vector<std::string>> vecRequests = {
+        {"0xd0003", "0", "0", "--text", "/tmp/fifo.cfg"}, {"0xd0003", "0", "1", "--text", "/tmp/fifo.cfg"},
+        {"0xd0003", "0", "2", "--text", "/tmp/fifo.cfg"}, {"0xd0003", "0", "3", "--text", "/tmp/fifo.cfg"},
+        {"0xd0006", "0", "0", "--text", "/tmp/fifo.cfg"}, {"0xd0006", "0", "1", "--text", "/tmp/fifo.cfg"},
+        {"0xd0006", "0", "1"}, {"user file"}, {"0xd0003", "0", "1", "--text", "/tmp/ok.cfg"},
+        {"0xd0008", "0", "0", "--hex", "01"}};
+    for (std::vector<std::string> vecArgs : vecRequests) {
+        if (vecArgs[0] == "user file") {
+            // From here the user file itself is a FIFO: its ".bak" copy and its rewrite meet it.
+            ASSERT_EQ(unlink(Real(kUser).c_str()), 0);
+            ASSERT_EQ(mkfifo(Real(kUser).c_str(), 0600), 0);
+            continue;
+        }
+        vecArgs.insert(vecArgs.begin(), {"post", "configServer"});
+        EXPECT_EQ(Msg(vecArgs).nExit, 0);
+        ASSERT_TRUE(service.Ping(1000)) << "stuck after " << vecArgs[2] << " lparam " << vecArgs[4];
+    }
+    std::string strErr = service.Stderr();
+    EXPECT_NE(strErr.find("open [/tmp/fifo.cfg] failed."), std::string::npos) << "an export target is refused";
+    EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos) << strErr;
+    struct stat st;
+    ASSERT_EQ(stat(Real("/tmp/fifo.cfg").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "not replaced";
+    // The last request's line has no line end; it reaches the output all the same.
+    std::string strOut = service.Stdout(), strLast = "Load failed:[/config/data/linekey.xml]";
+    EXPECT_TRUE(strOut.size() > strLast.size() && strOut.compare(strOut.size() - strLast.size(), strLast.size(), strLast) == 0)
+        << strOut;
+}
+
+TEST_F(DataSafetyTest, AStopWhileWaitingForTheAddressEndsStartUpAtOnce)
+{
+    if (!testutil::NamespacesAvailable())
+        GTEST_SKIP() << "network namespaces (unshare -n with a veth interface) are not available here";
+    Write("/etc/device/mac", "000000000000\n");
+    Write("mac-local.cfg", "#!version:1.0.0.1\ntest.plain = legacy\n");
+    Write("/config/000000000000-local.cfg", "#!version:1.0.0.1\n");
+    ServiceOptions options;
+    options.bNoInterface = true;
+    options.bWaitReady = false;
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(testutil::WaitForText(service.Process().StderrPath(), "Invalid MAC Address... sleep 1s", 10000));
+    service.Process().Signal(SIGTERM);
+    EXPECT_EQ(service.Process().Wait(2000), 0) << service.Stderr();
+    EXPECT_TRUE(Exists("mac-local.cfg")) << "the legacy file is not migrated";
+    EXPECT_EQ(service.Stderr().find("User Config Path"), std::string::npos) << service.Stderr();
+}
