@@ -32,7 +32,8 @@ FILE* etlFopenRegular(const char* szPath);
 // the target's place only once it is complete and on disk, so a reader or a power cut sees the
 // old file or the new one, never a part. A symbolic link keeps pointing at the replaced file; an
 // existing target that is not a regular file is refused. The old file's mode is kept, a new file
-// gets 0666 less the umask, as fopen would give it.
+// gets 0666 less the umask, as fopen would give it. The temporary is the target's name with
+// ".tmp-" and six random characters; one left by a killed writer goes at the next replacement.
 class chFileReplacer {
 public:
     chFileReplacer() = default;

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 #include <vector>
@@ -57,6 +59,27 @@ std::string FolderOf(const std::string& strPath)
     if (nSlash == std::string::npos)
         return ".";
     return nSlash == 0 ? "/" : strPath.substr(0, nSlash);
+}
+
+// Temporaries are named after their target with this mark and six random characters.
+const char kTempMark[] = ".tmp-";
+const size_t kTempRandom = 6;
+
+// Removes what a killed writer or a power cut left of earlier replacements of the target: such a
+// temporary never became the file, and a phone that loses power often would fill its flash.
+void RemoveStaleTemps(const std::string& strTarget)
+{
+    std::string strFolder = FolderOf(strTarget);
+    std::string strPrefix = strTarget.substr(strTarget.rfind('/') + 1) + kTempMark;
+    DIR* pDir = opendir(strFolder.c_str());
+    if (pDir == nullptr)
+        return;
+    while (const dirent* pEntry = readdir(pDir)) {
+        if (std::strlen(pEntry->d_name) == strPrefix.size() + kTempRandom &&
+            std::strncmp(pEntry->d_name, strPrefix.c_str(), strPrefix.size()) == 0)
+            (void)unlinkat(dirfd(pDir), pEntry->d_name, 0);
+    }
+    (void)closedir(pDir);
 }
 
 } // namespace
@@ -123,7 +146,8 @@ FILE* chFileReplacer::Open(const char* szPath)
     } else {
         return nullptr;
     }
-    std::string strTemplate = m_strTarget + ".XXXXXX";
+    RemoveStaleTemps(m_strTarget);
+    std::string strTemplate = m_strTarget + kTempMark + "XXXXXX";
     std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
     vecTemp.push_back('\0');
     m_fd = mkostemp(vecTemp.data(), O_CLOEXEC);
