@@ -7,6 +7,7 @@
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
+#include "Inspect.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "fwTrace.h"
@@ -68,6 +69,14 @@ void WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
         ETL_TraceHelper::etlTrace(2, "can't write buff[%s]\n", strLine.c_str());
 }
 
+void CountWritten(FILE* pFile)
+{
+    // The stream's position is what it has taken, its buffer included: the file was opened empty.
+    long nWritten = ftell(pFile);
+    if (nWritten > 0)
+        CFG_COUNT(g_serviceCounters.nBytesWritten += static_cast<uint64_t>(nWritten));
+}
+
 } // namespace
 
 void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
@@ -85,7 +94,12 @@ void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
     if (!pFile)
         return;
     WriteItems(pFile.get(), bAllNull != 0, true);
+    CountWritten(pFile.get());
     pFile.reset();
+    if (szPath == nullptr) {
+        CFG_COUNT(++g_serviceCounters.nUserFileRewrites);
+        CFG_COUNT(g_serviceCounters.tLastRewrite = std::chrono::steady_clock::now());
+    }
     m7ModelChanged = 0;
 }
 
@@ -95,5 +109,6 @@ int CConfigServer::ExportCustomConfig(const char* szPath)
     if (!pFile)
         return 0;
     WriteItems(pFile.get(), false, false);
+    CountWritten(pFile.get());
     return 1;
 }

@@ -6,6 +6,7 @@
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
+#include "M7Journal.h"
 #include "MessageText.h"
 #include "configParser.h"
 #include "fwTrace.h"
@@ -53,6 +54,7 @@ int CConfigServer::OnReloadUserConfig(msgObject& msg)
     if (IsNonTextConfigFile(strPath.c_str()) != 0)
         return 0;
 
+    CM7ChangeOrigin origin("reload mode %d %s", static_cast<int>(msg.lParam), strPath.c_str());
     if (msg.lParam == 3) {
         // Hand the complete provisioning text back, with the model's values when protected.
         if (configParser_GetConfigInt("AutoProvisionCustomProtect") == 1) {
