@@ -31,6 +31,7 @@ void AppendSeconds(std::string& strOut, const char* szKey, std::chrono::steady_c
     strOut.append(szLine, static_cast<size_t>(n));
 }
 
+#if CFG_COUNTERS
 const char* PlatformMessageName(uint32_t nId)
 {
     switch (nId) {
@@ -45,6 +46,7 @@ const char* PlatformMessageName(uint32_t nId)
     default: return nullptr;
     }
 }
+#endif
 
 // RssAnon of /proc/self/status in KiB; 0 when the kernel does not report it.
 uint64_t RssAnonKib()

@@ -14,7 +14,7 @@ using ETL_MsgQueueHelper::msgGetThreadByName;
 int CConfigServer::OnClearUserConfig(msgObject& msg)
 {
     ETL_TraceHelper::etlTrace(2, "Receive Clear User Config Message.");
-    CM7ChangeOrigin origin("clear request");
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "clear request");
     SaveUserConfig(kResetListPath, 1);
     ClearM7Model();
     SaveUserConfig(nullptr, 0);

@@ -50,8 +50,8 @@ int RegistrySaveFilter(const char* szFile, const char* szSection, const char* sz
     const char* szItemValue = RegistryToItemValue(szValue != nullptr ? szValue : "", nAttr, szConverted,
                                                   sizeof(szConverted));
     m7ModelChanged = 1;
-    CM7ChangeOrigin origin("registry %s [%s] %s", szFile != nullptr ? szFile : "", szSection != nullptr ? szSection : "",
-                           szKey != nullptr ? szKey : "");
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "registry %s [%s] %s", szFile != nullptr ? szFile : "",
+                           szSection != nullptr ? szSection : "", szKey != nullptr ? szKey : "");
     if (CM7Item* pItem = FindM7Item(szName)) {
         pItem->attr = nAttr;
         SetM7ItemValue(*pItem, chStringA(szItemValue));

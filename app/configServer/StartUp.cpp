@@ -93,7 +93,7 @@ int CConfigServer::OnServiceStart()
     m_strUserCfgPath = "/config/" + m_strUserCfgName;
 
     // 9. Load it; a legacy "mac-local.cfg" in the working directory wins and is migrated.
-    CM7ChangeOrigin origin("start-up load");
+    CM7ChangeOrigin origin(CM7ChangeOrigin::BULK, "start-up load");
     if (ETL_MiscHelper::pathFileExist(kLegacyUserFile) != 0) {
         printf("find:[%s]\n", kLegacyUserFile);
         (void)LoadM7Model(kLegacyUserFile, 0);

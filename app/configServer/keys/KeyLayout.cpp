@@ -123,7 +123,7 @@ int CConfigServer::OnConvertKeyLayout(msgObject& msg)
     const unsigned char* pSelection = static_cast<const unsigned char*>(msg.GetExtraData());
     for (int i = 0; i < msg.GetExtraSize() && pSelection[i] != 0 && strKeys.size() < 256; ++i)
         strKeys += (strKeys.empty() ? "" : ",") + std::to_string(pSelection[i]);
-    CM7ChangeOrigin origin("key layout set %u module %d keys %s", static_cast<unsigned>(msg.wParam),
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "key layout set %u module %d keys %s", static_cast<unsigned>(msg.wParam),
                            static_cast<int>(msg.lParam), strKeys.empty() ? "none" : strKeys.c_str());
     int nResult = LoadKeyLayoutToM7(static_cast<unsigned char*>(msg.GetExtraData()), msg.GetExtraSize(),
                                     static_cast<uint32_t>(msg.wParam), msg.lParam);

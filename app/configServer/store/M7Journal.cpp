@@ -56,10 +56,13 @@ void AppendQuoted(std::string& strOut, const chStringA& str, bool bCut)
         strOut += "...";
 }
 
-int64_t NowMs()
+void Stamp(CM7JournalEntry& entry)
 {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    int64_t nMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                      std::chrono::steady_clock::now().time_since_epoch())
+                      .count();
+    entry.nSeconds = static_cast<uint32_t>(nMs / 1000);
+    entry.nMillis = static_cast<uint16_t>(nMs % 1000);
 }
 
 } // namespace
@@ -72,6 +75,9 @@ CM7JournalEntry& CM7Journal::Next()
 {
     // The ring fills as changes come, so a service that changes little holds little.
     if (m_vecRing.size() < m_nCapacity) {
+        // One block of the final size: growing by doubling would leave the smaller ones behind.
+        if (m_vecRing.empty())
+            m_vecRing.reserve(m_nCapacity);
         m_vecRing.emplace_back();
         return m_vecRing.back();
     }
@@ -87,11 +93,11 @@ const CM7JournalEntry& CM7Journal::At(size_t i) const
 
 void CM7Journal::RecordChange(const chStringA& strName, const chStringA* pOld, const chStringA& strNew, uint32_t nAttr)
 {
-    if (pOld != nullptr && SameText(*pOld, strNew))
+    if ((pOld != nullptr && SameText(*pOld, strNew)) || CM7ChangeOrigin::CountBulk(*this))
         return;
     CM7JournalEntry& entry = Next();
     bool bCut = false;
-    entry.nTimeMs = NowMs();
+    Stamp(entry);
     entry.strName = Kept(strName, bCut);
     entry.nFlags = bCut ? CM7JournalEntry::NAME_CUT : 0;
     entry.strOrigin = CM7ChangeOrigin::Current();
@@ -116,12 +122,25 @@ void CM7Journal::RecordClear(uint32_t nItems)
     CM7JournalEntry& entry = Next();
     char szCount[32];
     snprintf(szCount, sizeof(szCount), "%u items", nItems);
-    entry.nTimeMs = NowMs();
+    Stamp(entry);
     entry.strName = "*";
     entry.strOld = szCount;
     entry.strNew = chStringA();
     entry.strOrigin = CM7ChangeOrigin::Current();
     entry.nFlags = CM7JournalEntry::ALL | CM7JournalEntry::NO_NEW;
+}
+
+void CM7Journal::RecordLoad(uint32_t nItems)
+{
+    CM7JournalEntry& entry = Next();
+    char szCount[32];
+    snprintf(szCount, sizeof(szCount), "%u items", nItems);
+    Stamp(entry);
+    entry.strName = "*";
+    entry.strOld = chStringA();
+    entry.strNew = szCount;
+    entry.strOrigin = CM7ChangeOrigin::Current();
+    entry.nFlags = CM7JournalEntry::ALL | CM7JournalEntry::NO_OLD;
 }
 
 bool CM7Journal::Concerns(const CM7JournalEntry& entry, const char* pName, size_t nLen)
@@ -134,17 +153,18 @@ bool CM7Journal::Concerns(const CM7JournalEntry& entry, const char* pName, size_
 void CM7Journal::AppendLine(const CM7JournalEntry& entry, std::string& strOut)
 {
     char szTime[40];
-    snprintf(szTime, sizeof(szTime), "%lld.%03lld ", static_cast<long long>(entry.nTimeMs / 1000),
-             static_cast<long long>(entry.nTimeMs % 1000));
+    snprintf(szTime, sizeof(szTime), "%u.%03u ", static_cast<unsigned>(entry.nSeconds),
+             static_cast<unsigned>(entry.nMillis));
     strOut += szTime;
     strOut += entry.strName.c_str();
     if ((entry.nFlags & CM7JournalEntry::NAME_CUT) != 0)
         strOut += "...";
     strOut += ' ';
     if ((entry.nFlags & CM7JournalEntry::ALL) != 0) {
-        strOut += '(';
-        strOut += entry.strOld.c_str();
-        strOut += ") -> -";
+        const bool bLoad = (entry.nFlags & CM7JournalEntry::NO_OLD) != 0;
+        strOut += bLoad ? "- -> (" : "(";
+        strOut += bLoad ? entry.strNew.c_str() : entry.strOld.c_str();
+        strOut += bLoad ? ")" : ") -> -";
     } else if ((entry.nFlags & CM7JournalEntry::HIDDEN) != 0) {
         strOut += (entry.nFlags & CM7JournalEntry::NO_OLD) != 0 ? "- -> <hidden>" : "<hidden> -> <hidden>";
     } else {
@@ -160,7 +180,8 @@ void CM7Journal::AppendLine(const CM7JournalEntry& entry, std::string& strOut)
     strOut += '\n';
 }
 
-CM7ChangeOrigin::CM7ChangeOrigin(const char* szFormat, ...) : m_pOuter(g_pCurrentOrigin)
+CM7ChangeOrigin::CM7ChangeOrigin(EKind eKind, const char* szFormat, ...)
+    : m_pOuter(g_pCurrentOrigin), m_eKind(eKind)
 {
     // Paths and keys are bounded by the buffer; the journal keeps the origin as it is.
     char szText[512];
@@ -174,7 +195,22 @@ CM7ChangeOrigin::CM7ChangeOrigin(const char* szFormat, ...) : m_pOuter(g_pCurren
 
 CM7ChangeOrigin::~CM7ChangeOrigin()
 {
+    // The bulk line is entered while this origin is still current, so that it carries its text.
+    if (m_pBulkJournal != nullptr) {
+        m_eKind = EACH;
+        m_pBulkJournal->RecordLoad(m_nBulk);
+    }
     g_pCurrentOrigin = m_pOuter;
+}
+
+bool CM7ChangeOrigin::CountBulk(CM7Journal& journal)
+{
+    CM7ChangeOrigin* pOrigin = g_pCurrentOrigin;
+    if (pOrigin == nullptr || pOrigin->m_eKind != BULK)
+        return false;
+    pOrigin->m_pBulkJournal = &journal;
+    ++pOrigin->m_nBulk;
+    return true;
 }
 
 const chStringA& CM7ChangeOrigin::Current()

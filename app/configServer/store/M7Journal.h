@@ -19,13 +19,16 @@ struct CM7JournalEntry {
         OLD_CUT = 0x8, // the value kept is the start of a longer one
         NEW_CUT = 0x10,
         NAME_CUT = 0x20,
-        ALL = 0x40,    // the whole table was cleared; strOld holds the count of items
+        ALL = 0x40,    // the whole table at once: cleared (strOld) or loaded (strNew), with a count
     };
-    int64_t nTimeMs = 0; // steady clock
     chStringA strName;
     chStringA strOld; // values up to the cut length share the table's text: no copy is made
     chStringA strNew;
-    chStringA strOrigin;
+    chStringA strOrigin; // shared by every entry of one request
+    // The steady clock in seconds and milliseconds, packed with the flags into one word: the
+    // ring's memory counts towards the idle footprint.
+    uint32_t nSeconds = 0;
+    uint16_t nMillis = 0;
     uint8_t nFlags = 0;
 };
 
@@ -43,6 +46,8 @@ public:
     void RecordChange(const chStringA& strName, const chStringA* pOld, const chStringA& strNew, uint32_t nAttr);
     // The clearing of the whole table of nItems items: one entry.
     void RecordClear(uint32_t nItems);
+    // A bulk load that set nItems items: one entry.
+    void RecordLoad(uint32_t nItems);
 
     size_t Capacity() const { return m_nCapacity; }
     size_t Count() const { return m_vecRing.size() < m_nCapacity ? m_vecRing.size() : m_nCapacity; }
@@ -66,7 +71,11 @@ private:
 // handler that changes items sets one; nested ones hide the outer one until they end.
 class CM7ChangeOrigin {
 public:
-    explicit CM7ChangeOrigin(const char* szFormat, ...) __attribute__((format(printf, 2, 3)));
+    enum EKind { EACH, BULK };
+    // EACH: every change is an entry. BULK: the changes are counted and entered as one line when
+    // the origin ends (the start-up load: thousands of first values that would only push each
+    // other out of the ring, and whose entries would count towards the idle footprint).
+    CM7ChangeOrigin(EKind eKind, const char* szFormat, ...) __attribute__((format(printf, 3, 4)));
     ~CM7ChangeOrigin();
     CM7ChangeOrigin(const CM7ChangeOrigin&) = delete;
     CM7ChangeOrigin& operator=(const CM7ChangeOrigin&) = delete;
@@ -75,8 +84,15 @@ public:
     static const chStringA& Current();
 
 private:
+    friend class CM7Journal;
+    // True when the innermost origin counts changes for the journal instead of entering them.
+    static bool CountBulk(CM7Journal& journal);
+
     chStringA m_strText;
     CM7ChangeOrigin* m_pOuter;
+    EKind m_eKind;
+    CM7Journal* m_pBulkJournal = nullptr;
+    uint32_t m_nBulk = 0;
 };
 
 // The service's journal; its size is fixed when the program is built.

@@ -49,15 +49,12 @@ TEST_F(InspectTest, ItemsStatsAndJournalFollowTheChanges)
     ASSERT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
     EXPECT_EQ(Msg({"items", "configServer", "test."}).strOut, "test.plain = changed\ntest.other = o\n");
 
-    // The start-up entries of the two test items gave way to the big items loaded after them.
     EXPECT_EQ(Journal({"--item", "test.plain"}),
-              std::vector<std::string>{"test.plain \"user\" -> \"changed\" registry /config/t.ini [S] plain"})
+              (std::vector<std::string>{"* - -> (2502 items) start-up load",
+                                        "test.plain \"user\" -> \"changed\" registry /config/t.ini [S] plain"}))
         << "the reload set the same value again: no entry";
-    EXPECT_EQ(Journal({"--item", "big.item2499"}),
-              std::vector<std::string>{"big.item2499 - -> \"" + std::string(30, 'v') + "\" start-up load"});
     EXPECT_EQ(Journal({"--count", "1"}),
               std::vector<std::string>{"test.other \"%NULL%\" -> \"o\" reload mode 1 /tmp/d.cfg"});
-    EXPECT_EQ(Journal({}).size(), 256u) << "the start-up load alone fills the ring";
 
     std::string strStats = Msg({"stats", "configServer"}).strOut;
     for (const char* szLine : {"\nuserfile.rewrites 2\n", "\nregistry.saves 1\n", "\nitems 2502\n",

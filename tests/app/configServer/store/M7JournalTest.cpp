@@ -26,7 +26,7 @@ std::string Lines(const CM7Journal& journal)
 TEST(M7Journal, RingKeepsTheNewestInOrderAndSkipsUnchangedValues)
 {
     CM7Journal journal(4);
-    CM7ChangeOrigin origin("reload mode 0 /tmp/a.cfg");
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "reload mode 0 /tmp/a.cfg");
     chStringA strName("a.item"), strOld("x");
     journal.RecordChange(strName, nullptr, chStringA("v0"), 0);
     for (int i = 1; i <= 5; ++i) {
@@ -55,12 +55,17 @@ TEST(M7Journal, LongTextsAreCutSecretsHiddenAndOriginsNest)
     std::string strLong(5000, 'L');
     chStringA strOld("a\"b\\c\td");
     {
-        CM7ChangeOrigin outer("registry /config/t.ini [S] plain");
+        CM7ChangeOrigin outer(CM7ChangeOrigin::EACH, "registry /config/t.ini [S] plain");
         journal.RecordChange(chStringA("long.item"), &strOld, chStringA(strLong.c_str()), 0);
         {
-            CM7ChangeOrigin inner("key layout set 3 module -1 keys 1,2");
+            CM7ChangeOrigin inner(CM7ChangeOrigin::EACH, "key layout set 3 module -1 keys 1,2");
             journal.RecordChange(chStringA("secret.item"), &strOld, chStringA("pw"), ATTR_ENCRYPT);
             journal.RecordChange(chStringA("secret.new"), nullptr, chStringA("pw"), ATTR_ENCRYPT);
+        }
+        {
+            CM7ChangeOrigin bulk(CM7ChangeOrigin::BULK, "start-up load");
+            for (int i = 0; i < 3000; ++i)
+                journal.RecordChange(chStringA(("bulk" + std::to_string(i)).c_str()), nullptr, chStringA("1"), 0);
         }
         journal.RecordChange(chStringA("back.outer"), nullptr, chStringA(""), 0);
     }
@@ -70,6 +75,7 @@ TEST(M7Journal, LongTextsAreCutSecretsHiddenAndOriginsNest)
                                   "\"... registry /config/t.ini [S] plain\n"
                                   "secret.item <hidden> -> <hidden> key layout set 3 module -1 keys 1,2\n"
                                   "secret.new - -> <hidden> key layout set 3 module -1 keys 1,2\n"
+                                  "* - -> (3000 items) start-up load\n"
                                   "back.outer - -> \"\" registry /config/t.ini [S] plain\n"
                                   "no.origin - -> \"1\" unknown\n");
     EXPECT_FALSE(CM7Journal::Concerns(journal.At(1), "secret.ite", 10));
