@@ -2,6 +2,11 @@
 // and the usage errors of etlmsg.
 #include "ServiceFixture.h"
 
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 using testutil::Service;
 
 namespace {
@@ -56,10 +61,18 @@ TEST_F(InspectTest, ItemsStatsAndJournalFollowTheChanges)
     EXPECT_EQ(Journal({"--count", "1"}),
               std::vector<std::string>{"test.other \"%NULL%\" -> \"o\" reload mode 1 /tmp/d.cfg"});
 
+    // One datagram too short for a header: dropped and counted.
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, Real("/tmp/msgq/configServer").c_str(), sizeof(addr.sun_path) - 1);
+    EXPECT_EQ(sendto(fd, "XXXX", 4, 0, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 4);
+    close(fd);
+    ASSERT_TRUE(service.Ping());
     std::string strStats = Msg({"stats", "configServer"}).strOut;
     for (const char* szLine : {"\nuserfile.rewrites 2\n", "\nregistry.saves 1\n", "\nitems 2502\n",
                                "\nhandled.0x7f000003.reg-set 1\n", "\nhandled.0xd0003.CONFIG_MSG_RELOAD_USER_CFG 1\n",
-                               "\ndropped.malformed 0\n", "\njournal.size 256\n"})
+                               "\ndropped.malformed 1\n", "\njournal.size 256\n"})
         EXPECT_NE(strStats.find(szLine), std::string::npos) << szLine << " in\n" << strStats;
     EXPECT_EQ(strStats.compare(0, 7, "uptime "), 0) << strStats;
     EXPECT_NE(strStats.find("\nrss_anon_kib "), std::string::npos);
