@@ -1,12 +1,14 @@
-// The configuration-name library on "/phone/resource/configMap.xml": `item` entries (expanded
-// over their `range`) and `config` switches, with indexes for both directions of lookup.
+// The configuration-name library on "/phone/resource/configMap.xml": `item` entries (standing for
+// every number of their `range`) and `config` switches, with indexes for both directions of lookup.
 #include "configParser.h"
 
 #include "ETL_FileHelper.h"
 #include "ETL_RegistryHelper.h"
 #include "ETL_TraceHelper.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -14,80 +16,145 @@
 #include <vector>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 namespace {
 
 const char* const kMapPath = "/phone/resource/configMap.xml";
 // A range wider than this is a typing error, not a phone with a million accounts.
 const long kMaxRangeSize = 100000;
+// Entries of all items together (an index slot holds 24 bits of entry number); past this the map
+// is not a phone's, and later items are skipped.
+const uint32_t kMaxEntries = (1u << 24) - 1;
 
-// One expanded entry: offsets of its texts in the map's arena, and its descriptor.
-struct MapEntry {
-    uint32_t nPathOff; // file, section and key joined by NULs
-    uint32_t nPathLen;
-    uint32_t nNameOff;
-    uint32_t nNameLen;
-    config_info_t info;
+// One `item` element: its four texts in the map's arena, unexpanded, and the entries it stands
+// for. A ranged item is never expanded into stored texts: a lookup formats its number on the fly,
+// so a map of many thousands of expanded names costs a few bytes a name (its index slots).
+struct MapTemplate {
+    uint32_t nTextOff[4]; // m7 name, file, section, key, each followed by a NUL
+    uint32_t nFirstEntry; // entry number of its first expansion
+    int32_t nFrom;        // first number of the range; the entry count is nTo - nFrom + 1
+    int32_t nTo;
+    bool bExpand;         // ranged: "{n}" and "{n+1}" stand for the number
+    config_info_t info;   // the same descriptor for every expansion
 };
 
+enum : int { TEXT_NAME = 0, TEXT_FILE = 1, TEXT_SECTION = 2, TEXT_KEY = 3 };
+
 struct SwitchEntry {
-    std::string strFile;
-    std::string strSection;
-    std::string strKey;
+    uint32_t nNameOff;
+    uint32_t nNameLen;
+    uint32_t nFileOff;
+    uint32_t nSectionOff;
+    uint32_t nKeyOff;
     int nDefault;
 };
 
-// Open addressing over entry numbers (plus one; 0 is empty), keyed by a text of the arena. A map
-// of many thousands of expanded entries stays a few flat arrays instead of a node per entry.
-class CTextIndex {
+// Calls fn(p, n) for each run of an expanded text: literal runs, and the decimal text of the
+// number where "{n}" or "{n+1}" stands. Stops early when fn returns false; false then.
+template <class Fn>
+bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
+{
+    const char* pRun = szText;
+    const char* p = bExpand ? std::strchr(szText, '{') : nullptr;
+    for (; p != nullptr; p = std::strchr(p + 1, '{')) {
+        size_t nSkip = 0;
+        long nValue = n;
+        if (p[1] == 'n' && p[2] == '}') {
+            nSkip = 3;
+        } else if (p[1] == 'n' && std::strncmp(p + 2, "+1}", 3) == 0) {
+            nSkip = 5;
+            nValue = n + 1;
+        } else {
+            continue;
+        }
+        if (p > pRun && !fn(pRun, static_cast<size_t>(p - pRun)))
+            return false;
+        char szNumber[24];
+        auto res = std::to_chars(szNumber, szNumber + sizeof(szNumber), nValue);
+        if (!fn(szNumber, static_cast<size_t>(res.ptr - szNumber)))
+            return false;
+        pRun = p + nSkip;
+        p = pRun - 1;
+    }
+    size_t nRest = std::strlen(pRun);
+    return nRest == 0 || fn(pRun, nRest);
+}
+
+// FNV-1a, fed piece by piece, so that a stored template and a plain text hash alike.
+struct CTextHash {
+    uint32_t nHash = 2166136261u;
+    void Add(const char* p, size_t n)
+    {
+        for (size_t i = 0; i < n; ++i)
+            nHash = (nHash ^ static_cast<unsigned char>(p[i])) * 16777619u;
+    }
+};
+
+// Whether the expanded text equals the plain text [p, p + n).
+bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* p, size_t n)
+{
+    size_t nAt = 0;
+    return ForEachPiece(szText, bExpand, nNumber,
+                        [&](const char* pPiece, size_t nPiece) {
+                            if (nPiece > n - nAt || std::memcmp(pPiece, p + nAt, nPiece) != 0)
+                                return false;
+                            nAt += nPiece;
+                            return true;
+                        }) &&
+           nAt == n;
+}
+
+// Open addressing over entry numbers. A slot holds the entry number plus one (0 is empty) in its
+// low 24 bits and the top 8 bits of the key's hash above them, so that nearly every slot of
+// another key is passed over without expanding that key. The keys themselves are not stored: the
+// owner hashes and compares an entry's key through the callbacks it passes.
+class CEntryIndex {
 public:
+    static constexpr uint32_t kEntryBits = 24;
+    static constexpr uint32_t kEntryMask = (1u << kEntryBits) - 1;
+
     void Reserve(size_t nEntries)
     {
         size_t nSlots = 16;
-        while (nSlots < nEntries * 2)
+        while (nSlots * 2 < nEntries * 3)
             nSlots *= 2;
         m_vecSlots.assign(nSlots, 0);
+        m_nUsed = 0;
     }
 
-    static uint32_t Hash(const char* p, size_t n)
+    // Enters the entry unless an entry of the same key is there already (the first one wins).
+    // hashOf(entry) gives an entry's key hash, sameKey(entry) compares it with the new key.
+    template <class HashOf, class SameKey>
+    void Insert(uint32_t nEntry, uint32_t nHash, HashOf hashOf, SameKey sameKey)
     {
-        uint32_t h = 2166136261u;
-        for (size_t i = 0; i < n; ++i)
-            h = (h ^ static_cast<unsigned char>(p[i])) * 16777619u;
-        return h;
-    }
-
-    // Enters the entry unless its key is there already (the first entry wins).
-    template <class KeyOf>
-    void Insert(uint32_t nEntry, const char* p, size_t n, KeyOf keyOf)
-    {
-        if (m_nUsed * 2 >= m_vecSlots.size())
-            Grow(keyOf);
+        if ((m_nUsed + 1) * 3 > m_vecSlots.size() * 2)
+            Grow(hashOf);
         size_t nMask = m_vecSlots.size() - 1;
-        for (size_t i = Hash(p, n) & nMask;; i = (i + 1) & nMask) {
-            if (m_vecSlots[i] == 0) {
-                m_vecSlots[i] = nEntry + 1;
+        uint32_t nTag = Tag(nHash);
+        for (size_t i = nHash & nMask;; i = (i + 1) & nMask) {
+            uint32_t nSlot = m_vecSlots[i];
+            if (nSlot == 0) {
+                m_vecSlots[i] = nTag | (nEntry + 1);
                 ++m_nUsed;
                 return;
             }
-            std::string_view other = keyOf(m_vecSlots[i] - 1);
-            if (other.size() == n && std::memcmp(other.data(), p, n) == 0)
+            if ((nSlot & ~kEntryMask) == nTag && sameKey((nSlot & kEntryMask) - 1))
                 return;
         }
     }
 
-    // The entry number of the key, or -1.
-    template <class KeyOf>
-    long Find(const char* p, size_t n, KeyOf keyOf) const
+    // The entry whose key matches (sameKey), or -1.
+    template <class SameKey>
+    long Find(uint32_t nHash, SameKey sameKey) const
     {
         if (m_vecSlots.empty())
             return -1;
         size_t nMask = m_vecSlots.size() - 1;
-        for (size_t i = Hash(p, n) & nMask; m_vecSlots[i] != 0; i = (i + 1) & nMask) {
-            std::string_view other = keyOf(m_vecSlots[i] - 1);
-            if (other.size() == n && std::memcmp(other.data(), p, n) == 0)
-                return static_cast<long>(m_vecSlots[i] - 1);
+        uint32_t nTag = Tag(nHash);
+        for (size_t i = nHash & nMask; m_vecSlots[i] != 0; i = (i + 1) & nMask) {
+            uint32_t nSlot = m_vecSlots[i];
+            if ((nSlot & ~kEntryMask) == nTag && sameKey((nSlot & kEntryMask) - 1))
+                return static_cast<long>((nSlot & kEntryMask) - 1);
         }
         return -1;
     }
@@ -99,18 +166,22 @@ public:
     }
 
 private:
-    template <class KeyOf>
-    void Grow(KeyOf keyOf)
+    static uint32_t Tag(uint32_t nHash) { return nHash & ~kEntryMask; }
+
+    template <class HashOf>
+    void Grow(HashOf hashOf)
     {
         std::vector<uint32_t> vecOld;
         vecOld.swap(m_vecSlots);
         m_vecSlots.assign(vecOld.empty() ? 16 : vecOld.size() * 2, 0);
-        m_nUsed = 0;
+        size_t nMask = m_vecSlots.size() - 1;
         for (uint32_t nSlot : vecOld) {
-            if (nSlot != 0) {
-                std::string_view key = keyOf(nSlot - 1);
-                Insert(nSlot - 1, key.data(), key.size(), keyOf);
-            }
+            if (nSlot == 0)
+                continue;
+            size_t i = hashOf((nSlot & kEntryMask) - 1) & nMask;
+            while (m_vecSlots[i] != 0)
+                i = (i + 1) & nMask;
+            m_vecSlots[i] = nSlot;
         }
     }
 
@@ -122,20 +193,74 @@ struct NameMap {
     bool bLoaded = false;
     bool bFailureTraced = false;
     std::vector<char> vecArena; // every text, each followed by a NUL
-    std::vector<MapEntry> entries;
-    CTextIndex byPath;
-    CTextIndex byName;
-    std::unordered_map<std::string, SwitchEntry> switches;
+    std::vector<MapTemplate> templates;
+    std::vector<uint32_t> vecTemplateOf; // per entry, so that a lookup never searches the templates
+    uint32_t nEntries = 0;
+    CEntryIndex byPath;
+    CEntryIndex byName;
+    std::vector<SwitchEntry> switches;
+    CEntryIndex switchByName;
 
-    std::string_view PathOf(uint32_t n) const { return {&vecArena[entries[n].nPathOff], entries[n].nPathLen}; }
-    std::string_view NameOf(uint32_t n) const { return {&vecArena[entries[n].nNameOff], entries[n].nNameLen}; }
+    const char* Text(uint32_t nOff) const { return &vecArena[nOff]; }
 
-    uint32_t Keep(const std::string& strText)
+    uint32_t Keep(const char* szText)
     {
         uint32_t nOff = static_cast<uint32_t>(vecArena.size());
-        vecArena.insert(vecArena.end(), strText.begin(), strText.end());
-        vecArena.push_back('\0');
+        vecArena.insert(vecArena.end(), szText, szText + std::strlen(szText) + 1);
         return nOff;
+    }
+
+    // The template of an entry, and the entry's number within its range.
+    const MapTemplate& TemplateOf(uint32_t nEntry, long& nNumber) const
+    {
+        const MapTemplate& t = templates[vecTemplateOf[nEntry]];
+        nNumber = t.nFrom + static_cast<long>(nEntry - t.nFirstEntry);
+        return t;
+    }
+
+    uint32_t HashOfPath(uint32_t nEntry) const
+    {
+        long n = 0;
+        const MapTemplate& t = TemplateOf(nEntry, n);
+        CTextHash hash;
+        auto Add = [&hash](const char* p, size_t nLen) {
+            hash.Add(p, nLen);
+            return true;
+        };
+        for (int i : {TEXT_FILE, TEXT_SECTION, TEXT_KEY}) {
+            if (i != TEXT_FILE)
+                hash.Add("", 1); // the parts are joined by NULs
+            (void)ForEachPiece(Text(t.nTextOff[i]), t.bExpand, n, Add);
+        }
+        return hash.nHash;
+    }
+
+    uint32_t HashOfName(uint32_t nEntry) const
+    {
+        long n = 0;
+        const MapTemplate& t = TemplateOf(nEntry, n);
+        CTextHash hash;
+        (void)ForEachPiece(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, [&hash](const char* p, size_t nLen) {
+            hash.Add(p, nLen);
+            return true;
+        });
+        return hash.nHash;
+    }
+
+    bool PathEquals(uint32_t nEntry, std::string_view file, std::string_view section, std::string_view key) const
+    {
+        long n = 0;
+        const MapTemplate& t = TemplateOf(nEntry, n);
+        return ExpandedEquals(Text(t.nTextOff[TEXT_KEY]), t.bExpand, n, key.data(), key.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_SECTION]), t.bExpand, n, section.data(), section.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_FILE]), t.bExpand, n, file.data(), file.size());
+    }
+
+    bool NameEquals(uint32_t nEntry, std::string_view name) const
+    {
+        long n = 0;
+        const MapTemplate& t = TemplateOf(nEntry, n);
+        return ExpandedEquals(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, name.data(), name.size());
     }
 };
 
@@ -145,33 +270,22 @@ NameMap& Map()
     return s_map;
 }
 
-// file, section and key joined by NULs, in a buffer reused from call to call.
-const std::string& PathKey(const char* szFile, const char* szSection, const char* szKey)
+uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
 {
-    static std::string s_strKey;
-    s_strKey.assign(szFile);
-    s_strKey += '\0';
-    s_strKey += szSection;
-    s_strKey += '\0';
-    s_strKey += szKey;
-    return s_strKey;
+    CTextHash hash;
+    hash.Add(file.data(), file.size());
+    hash.Add("", 1);
+    hash.Add(section.data(), section.size());
+    hash.Add("", 1);
+    hash.Add(key.data(), key.size());
+    return hash.nHash;
 }
 
-std::string Expand(const char* szText, long n)
+uint32_t HashOfPlainText(std::string_view text)
 {
-    std::string strOut;
-    for (const char* p = szText; *p != '\0';) {
-        if (std::strncmp(p, "{n}", 3) == 0) {
-            strOut += std::to_string(n);
-            p += 3;
-        } else if (std::strncmp(p, "{n+1}", 5) == 0) {
-            strOut += std::to_string(n + 1);
-            p += 5;
-        } else {
-            strOut += *p++;
-        }
-    }
-    return strOut;
+    CTextHash hash;
+    hash.Add(text.data(), text.size());
+    return hash.nHash;
 }
 
 bool ParseLong(const char* sz, int nBase, long& nOut)
@@ -213,27 +327,31 @@ bool ParseRange(const char* sz, long& nFrom, long& nTo)
            nTo - nFrom < kMaxRangeSize;
 }
 
-void AddItem(NameMap& map, pugi::xml_node item, long n, bool bExpand)
+// Enters every expansion of the template into both indexes, in range order.
+void IndexTemplate(NameMap& map, size_t nTemplate)
 {
-    auto Text = [&](const char* szAttr) {
-        const char* szValue = item.attribute(szAttr).value();
-        return bExpand ? Expand(szValue, n) : std::string(szValue);
+    const MapTemplate& t = map.templates[nTemplate];
+    auto HashOfPath = [&map](uint32_t nEntry) { return map.HashOfPath(nEntry); };
+    auto HashOfName = [&map](uint32_t nEntry) { return map.HashOfName(nEntry); };
+    std::string strFile, strSection, strKey, strName;
+    auto Expand = [&](int nText, long n, std::string& strOut) {
+        strOut.clear();
+        (void)ForEachPiece(map.Text(t.nTextOff[nText]), t.bExpand, n, [&strOut](const char* p, size_t nLen) {
+            strOut.append(p, nLen);
+            return true;
+        });
     };
-    std::string strName = Text("m7");
-    std::string strPath = PathKey(Text("file").c_str(), Text("section").c_str(), Text("key").c_str());
-    MapEntry entry;
-    entry.nPathOff = map.Keep(strPath);
-    entry.nPathLen = static_cast<uint32_t>(strPath.size());
-    entry.nNameOff = map.Keep(strName);
-    entry.nNameLen = static_cast<uint32_t>(strName.size());
-    entry.info.attr = 0;
-    entry.info.name = nullptr; // set once the arena no longer moves
-    (void)ParseFlags(item.attribute("flags").value(), entry.info.attr);
-    uint32_t nEntry = static_cast<uint32_t>(map.entries.size());
-    map.entries.push_back(entry);
-    // The first entry wins in both directions.
-    map.byPath.Insert(nEntry, strPath.data(), strPath.size(), [&map](uint32_t n) { return map.PathOf(n); });
-    map.byName.Insert(nEntry, strName.data(), strName.size(), [&map](uint32_t n) { return map.NameOf(n); });
+    for (long n = t.nFrom; n <= t.nTo; ++n) {
+        uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
+        Expand(TEXT_FILE, n, strFile);
+        Expand(TEXT_SECTION, n, strSection);
+        Expand(TEXT_KEY, n, strKey);
+        Expand(TEXT_NAME, n, strName);
+        map.byPath.Insert(nEntry, HashOfPlainPath(strFile, strSection, strKey), HashOfPath,
+                          [&](uint32_t nOther) { return map.PathEquals(nOther, strFile, strSection, strKey); });
+        map.byName.Insert(nEntry, HashOfPlainText(strName), HashOfName,
+                          [&](uint32_t nOther) { return map.NameEquals(nOther, strName); });
+    }
 }
 
 void LoadMap()
@@ -242,6 +360,7 @@ void LoadMap()
     if (map.bLoaded)
         return;
     map.bLoaded = true;
+    // The document lives only while the map is built: the indexes and the arena are all we keep.
     pugi::xml_document doc;
     pugi::xml_parse_result result = ETL_FileHelper::etlXmlLoadFile(doc, kMapPath);
     pugi::xml_node root = doc.child("configMap");
@@ -252,56 +371,81 @@ void LoadMap()
         map.bFailureTraced = true;
         return;
     }
-    // Size the indexes once: a large map would otherwise be rehashed a dozen times.
-    size_t nExpected = 0, nTextBytes = 0;
-    for (pugi::xml_node node = root.child("item"); node; node = node.next_sibling("item")) {
+    size_t nTemplates = 0, nTextBytes = 0, nSwitches = 0, nExpected = 0;
+    for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
+        bool bItem = std::strcmp(node.name(), "item") == 0;
+        if (!bItem && std::strcmp(node.name(), "config") != 0)
+            continue;
+        (bItem ? nTemplates : nSwitches) += 1;
         long nFrom = 0, nTo = 0;
-        size_t nCount = ParseRange(node.attribute("range").value(), nFrom, nTo) ? static_cast<size_t>(nTo - nFrom + 1) : 1;
-        size_t nBytes = 16; // terminators and the digits that replace the placeholders
-        for (const char* szAttr : {"m7", "file", "section", "key"})
-            nBytes += std::strlen(node.attribute(szAttr).value());
-        nExpected += nCount;
-        nTextBytes += nCount * nBytes;
+        if (bItem && ParseRange(node.attribute("range").value(), nFrom, nTo))
+            nExpected += static_cast<size_t>(nTo - nFrom);
+        nExpected += bItem ? 1 : 0;
+        for (const char* szAttr : {"m7", "name", "file", "section", "key"})
+            nTextBytes += std::strlen(node.attribute(szAttr).value()) + 1;
     }
     map.vecArena.reserve(nTextBytes);
-    map.entries.reserve(nExpected);
-    map.byPath.Reserve(nExpected);
-    map.byName.Reserve(nExpected);
+    map.templates.reserve(nTemplates);
+    map.vecTemplateOf.reserve(std::min<size_t>(nExpected, kMaxEntries));
+    map.switches.reserve(nSwitches);
     for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling()) {
         if (std::strcmp(node.name(), "item") == 0) {
-            unsigned int nFlags = 0;
-            if (!ParseFlags(node.attribute("flags").value(), nFlags)) {
+            MapTemplate t{};
+            if (!ParseFlags(node.attribute("flags").value(), t.info.attr)) {
                 ETL_TraceHelper::etlTrace(2, "configParser: item [%s] has bad flags [%s]; skipped",
                                           node.attribute("m7").value(), node.attribute("flags").value());
                 continue;
             }
-            pugi::xml_attribute range = node.attribute("range");
-            if (!range) {
-                AddItem(map, node, 0, false);
-                continue;
-            }
             long nFrom = 0, nTo = 0;
-            if (!ParseRange(range.value(), nFrom, nTo)) {
+            pugi::xml_attribute range = node.attribute("range");
+            if (range && !ParseRange(range.value(), nFrom, nTo)) {
                 ETL_TraceHelper::etlTrace(2, "configParser: item [%s] has bad range [%s]; skipped",
                                           node.attribute("m7").value(), range.value());
                 continue;
             }
-            for (long n = nFrom; n <= nTo; ++n)
-                AddItem(map, node, n, true);
+            if (static_cast<uint32_t>(nTo - nFrom + 1) > kMaxEntries - map.nEntries) {
+                ETL_TraceHelper::etlTrace(2, "configParser: item [%s] exceeds %u entries in all; skipped",
+                                          node.attribute("m7").value(), kMaxEntries);
+                continue;
+            }
+            t.bExpand = static_cast<bool>(range);
+            t.nFrom = static_cast<int32_t>(nFrom);
+            t.nTo = static_cast<int32_t>(nTo);
+            t.nFirstEntry = map.nEntries;
+            const char* const aszAttrs[4] = {"m7", "file", "section", "key"};
+            for (int i = 0; i < 4; ++i)
+                t.nTextOff[i] = map.Keep(node.attribute(aszAttrs[i]).value());
+            map.nEntries += static_cast<uint32_t>(nTo - nFrom + 1);
+            map.vecTemplateOf.resize(map.nEntries, static_cast<uint32_t>(map.templates.size()));
+            map.templates.push_back(t);
         } else if (std::strcmp(node.name(), "config") == 0) {
-            SwitchEntry sw;
-            sw.strFile = node.attribute("file").value();
-            sw.strSection = node.attribute("section").value();
-            sw.strKey = node.attribute("key").value();
+            SwitchEntry sw{};
+            const char* szName = node.attribute("name").value();
+            sw.nNameOff = map.Keep(szName);
+            sw.nNameLen = static_cast<uint32_t>(std::strlen(szName));
+            sw.nFileOff = map.Keep(node.attribute("file").value());
+            sw.nSectionOff = map.Keep(node.attribute("section").value());
+            sw.nKeyOff = map.Keep(node.attribute("key").value());
             long nDefault = 0;
             sw.nDefault = ParseLong(node.attribute("default").value(), 10, nDefault) ? static_cast<int>(nDefault) : 0;
-            map.switches.emplace(node.attribute("name").value(), sw);
+            map.switches.push_back(sw);
         }
     }
-    map.vecArena.shrink_to_fit();
-    map.entries.shrink_to_fit();
-    for (MapEntry& entry : map.entries)
-        entry.info.name = &map.vecArena[entry.nNameOff];
+    // Both indexes are sized once: a large map would otherwise be rehashed a dozen times.
+    map.byPath.Reserve(map.nEntries);
+    map.byName.Reserve(map.nEntries);
+    for (size_t i = 0; i < map.templates.size(); ++i)
+        IndexTemplate(map, i);
+    map.switchByName.Reserve(map.switches.size());
+    auto SwitchName = [&map](uint32_t n) {
+        return std::string_view(map.Text(map.switches[n].nNameOff), map.switches[n].nNameLen);
+    };
+    for (uint32_t n = 0; n < map.switches.size(); ++n) {
+        std::string_view name = SwitchName(n);
+        map.switchByName.Insert(
+            n, HashOfPlainText(name), [&](uint32_t nOther) { return HashOfPlainText(SwitchName(nOther)); },
+            [&](uint32_t nOther) { return SwitchName(nOther) == name; });
+    }
 }
 
 } // namespace
@@ -313,16 +457,31 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
         return -1;
     LoadMap();
     const NameMap& map = Map();
-    const std::string& strPath = PathKey(szFile, szSection, szKey);
-    long nEntry = map.byPath.Find(strPath.data(), strPath.size(), [&map](uint32_t n) { return map.PathOf(n); });
+    std::string_view file(szFile), section(szSection), key(szKey);
+    long nEntry = map.byPath.Find(HashOfPlainPath(file, section, key), [&](uint32_t n) {
+        return map.PathEquals(n, file, section, key);
+    });
     if (nEntry < 0)
         return -1;
-    const MapEntry& entry = map.entries[static_cast<size_t>(nEntry)];
-    if (entry.nNameLen + 1 > static_cast<size_t>(nSize))
+    long nNumber = 0;
+    const MapTemplate& t = map.TemplateOf(static_cast<uint32_t>(nEntry), nNumber);
+    const char* szName = map.Text(t.nTextOff[TEXT_NAME]);
+    size_t nLen = 0;
+    (void)ForEachPiece(szName, t.bExpand, nNumber, [&nLen](const char*, size_t n) {
+        nLen += n;
+        return true;
+    });
+    if (nLen + 1 > static_cast<size_t>(nSize))
         return -2;
-    std::memcpy(szBuf, entry.info.name, entry.nNameLen + 1);
+    char* pOut = szBuf;
+    (void)ForEachPiece(szName, t.bExpand, nNumber, [&pOut](const char* p, size_t n) {
+        std::memcpy(pOut, p, n);
+        pOut += n;
+        return true;
+    });
+    *pOut = '\0';
     if (pFlags != nullptr)
-        *pFlags = static_cast<int>(entry.info.attr);
+        *pFlags = static_cast<int>(t.info.attr);
     return 0;
 }
 
@@ -332,8 +491,12 @@ const config_info_t* get_config_info_t(const char* szName)
         return nullptr;
     LoadMap();
     const NameMap& map = Map();
-    long nEntry = map.byName.Find(szName, std::strlen(szName), [&map](uint32_t n) { return map.NameOf(n); });
-    return nEntry < 0 ? nullptr : &map.entries[static_cast<size_t>(nEntry)].info;
+    std::string_view name(szName);
+    long nEntry = map.byName.Find(HashOfPlainText(name), [&](uint32_t n) { return map.NameEquals(n, name); });
+    if (nEntry < 0)
+        return nullptr;
+    long nNumber = 0;
+    return &map.TemplateOf(static_cast<uint32_t>(nEntry), nNumber).info;
 }
 
 int configParser_GetConfigInt(const char* szName)
@@ -342,12 +505,15 @@ int configParser_GetConfigInt(const char* szName)
         return 0;
     LoadMap();
     const NameMap& map = Map();
-    auto it = map.switches.find(szName);
-    if (it == map.switches.end())
+    std::string_view name(szName);
+    long nSwitch = map.switchByName.Find(HashOfPlainText(name), [&](uint32_t n) {
+        return std::string_view(map.Text(map.switches[n].nNameOff), map.switches[n].nNameLen) == name;
+    });
+    if (nSwitch < 0)
         return 0;
-    const SwitchEntry& sw = it->second;
+    const SwitchEntry& sw = map.switches[static_cast<size_t>(nSwitch)];
     std::string strValue;
-    if (!regGetValue(sw.strFile.c_str(), sw.strSection.c_str(), sw.strKey.c_str(), strValue))
+    if (!regGetValue(map.Text(sw.nFileOff), map.Text(sw.nSectionOff), map.Text(sw.nKeyOff), strValue))
         return sw.nDefault;
     return static_cast<int>(std::strtol(strValue.c_str(), nullptr, 10));
 }
@@ -357,8 +523,11 @@ void configParser_Reset()
     NameMap& map = Map();
     map.byPath.Clear();
     map.byName.Clear();
-    std::vector<MapEntry>().swap(map.entries);
+    map.switchByName.Clear();
+    std::vector<MapTemplate>().swap(map.templates);
+    std::vector<uint32_t>().swap(map.vecTemplateOf);
+    std::vector<SwitchEntry>().swap(map.switches);
     std::vector<char>().swap(map.vecArena);
-    map.switches.clear();
+    map.nEntries = 0;
     map.bLoaded = false;
 }

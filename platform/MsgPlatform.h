@@ -76,4 +76,8 @@ chInspectProvider* InspectProviderOf(chThreadLocal::Impl* pThread);
 // The three inspection messages; nonzero when handled (always replied to).
 int HandleInspectMessage(chThreadLocal::Impl* pThread, msgObject& msg);
 
+// Sends szState ("READY=1", "STOPPING=1") to the service manager named by NOTIFY_SOCKET; 0 when
+// sent or when no manager listens, else a negative errno (traced once here).
+int NotifyServiceManager(const char* szState);
+
 } // namespace ETL_MsgQueueHelper

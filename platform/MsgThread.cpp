@@ -489,6 +489,9 @@ int chThreadLocal::Run()
         impl.nExitStatus = 0;
         PlatformLoop().stop();
     });
+    // Ready is told from inside the loop (first, before what waits), so that whoever waits for it
+    // finds a ping answered.
+    asio::post(loop, [] { (void)NotifyServiceManager("READY=1"); });
     {
         // Start with whatever waits; the loop then arms itself on the socket.
         std::lock_guard<std::mutex> lock(impl.mutex);
@@ -500,6 +503,7 @@ int chThreadLocal::Run()
     auto guard = asio::make_work_guard(loop);
     loop.restart();
     loop.run();
+    (void)NotifyServiceManager("STOPPING=1");
     return impl.nExitStatus;
 }
 

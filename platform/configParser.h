@@ -3,10 +3,10 @@
 // "/phone/resource/configMap.xml", read once, on first use.
 #pragma once
 
-// The descriptor of a known item name; owned by the library.
+// The descriptor of a known item name; owned by the library, shared by every name of a ranged
+// entry.
 struct config_info_t {
     unsigned int attr; // the item's attribute flags
-    const char* name;
 };
 
 // 0 with the name (terminated) in szBuf and its flags in *pFlags; nonzero when no entry matches or

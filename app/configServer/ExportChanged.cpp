@@ -100,7 +100,11 @@ void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, F
         for (size_t k = 0; k < pSection->GetKeyCount(); ++k) {
             iniKey* pKey = pSection->GetKey(k);
             const char* szValue = pKey->GetValue("");
-            iniKey* pFactoryKey = pFactorySection != nullptr ? pFactorySection->FindKey(pKey->GetName()) : nullptr;
+            // A factory twin lists its keys in the same order as a rule: try the same place before
+            // a search of the section. Key names are unique within a section.
+            iniKey* pFactoryKey = pFactorySection != nullptr ? pFactorySection->GetKey(k) : nullptr;
+            if (pFactoryKey != nullptr && std::strcmp(pFactoryKey->GetName(), pKey->GetName()) != 0)
+                pFactoryKey = pFactorySection->FindKey(pKey->GetName());
             if (pFactoryKey != nullptr &&
                 std::strcmp(SkipQuestionMark(szValue), SkipQuestionMark(pFactoryKey->GetValue(""))) == 0)
                 continue;

@@ -1,4 +1,5 @@
 // etlmsg: talk to message threads from a shell (post, send, listen, ping, wait, quit, registry).
+#include "CfgVersion.h"
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_MiscHelper.h"
 
@@ -33,6 +34,26 @@ int Usage(const char* szWhy)
         fprintf(stderr, "etlmsg: %s\n", szWhy);
     fputs(kUsage, stderr);
     return EXIT_USAGE;
+}
+
+// -h, --help and --version stand alone as the first word; asked for, the usage goes to stdout.
+// Returns the exit status, or -1 when the first word is a command.
+int HandleInfoOption(const char* szFirst)
+{
+    if (strcmp(szFirst, "-h") == 0 || strcmp(szFirst, "--help") == 0) {
+        fputs(kUsage, stdout);
+        fputs("Exit status: 0 done, 1 bad usage, 2 no such thread or not sent, 3 timed out.\n"
+              "Threads are found below $ETL_ROOT/tmp/msgq (ETL_ROOT unset: /). See etlmsg(1).\n",
+              stdout);
+        return EXIT_DONE;
+    }
+    if (strcmp(szFirst, "--version") == 0) {
+        printf("etlmsg %s\n", CFG_VERSION);
+        return EXIT_DONE;
+    }
+    if (szFirst[0] == '-')
+        return Usage("unknown option");
+    return -1;
 }
 
 // Decimal, negative decimal or 0x-hex, within 32 bits (hex up to 0xffffffff wraps to signed).
@@ -452,6 +473,9 @@ int main(int argc, char** argv)
 {
     if (argc < 2)
         return Usage(nullptr);
+    int nInfoStatus = HandleInfoOption(argv[1]);
+    if (nInfoStatus >= 0)
+        return nInfoStatus;
     Args args;
     if (const char* szWhy = ParseArgs(argc, argv, args))
         return Usage(szWhy);
