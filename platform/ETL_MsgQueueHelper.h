@@ -3,6 +3,7 @@
 // queued in the receiving process and handled one at a time, in arrival order, by Run().
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -16,6 +17,10 @@ enum : uint32_t {
     MSG_PLATFORM_REG_SET = 0x7f000003,
     MSG_PLATFORM_REG_GET = 0x7f000004,
     MSG_PLATFORM_SECTION_CHANGED = 0x7f000005,
+    // Live inspection: answered with text lines in the reply's extra data (see chInspectProvider).
+    MSG_PLATFORM_ITEMS = 0x7f000006,   // extra: name prefix (optional); reply: items listed
+    MSG_PLATFORM_STATS = 0x7f000007,   // reply: 1
+    MSG_PLATFORM_JOURNAL = 0x7f000008, // wparam: entries (0 all); extra: item name; reply: ring size
     MSG_PLATFORM_TIMER = 0x7f000100,
 };
 
@@ -96,6 +101,27 @@ private:
     std::unique_ptr<Impl> m_pImpl;
 };
 
+// What a thread holds beyond the platform's own counters, for the inspection messages. Each call
+// appends text lines to strOut; the platform cuts the reply at MSG_MAX_EXTRA bytes.
+class chInspectProvider {
+public:
+    virtual ~chInspectProvider() = default;
+    // "name = value" lines of the items whose names start with the nPrefixLen bytes at pPrefix.
+    // Returns the number of items that matched. Lines that would take strOut past nLimit bytes are
+    // left out and counted in nLeft.
+    virtual int AppendItems(const char* pPrefix, size_t nPrefixLen, size_t nLimit, std::string& strOut,
+                            int& nLeft) = 0;
+    // "key value" lines of the thread's own counters.
+    virtual void AppendStats(std::string& strOut) = 0;
+    // The last nCount changes (0: all kept) of the item named by the nItemLen bytes at pItem (all
+    // items when nItemLen is 0), oldest first. Past nLimit bytes the oldest of them are left out
+    // and counted in nLeft. Returns the ring's size.
+    virtual int AppendJournal(const char* pItem, size_t nItemLen, int nCount, size_t nLimit, std::string& strOut,
+                              int& nLeft) = 0;
+    // The name of a message id the thread knows, or null.
+    virtual const char* MessageName(uint32_t nId) = 0;
+};
+
 // A named message thread: the object whose loop handles the messages posted to its name.
 class chThreadLocal : public chMsgProcesser {
 public:
@@ -118,6 +144,9 @@ public:
     void ExitLoop(int nStatus);
 
     const char* GetThreadName() const;
+    // The provider that answers the inspection messages with the thread's own data; not owned.
+    // Without one, items and journal are not handled and stats carry the platform's lines only.
+    void SetInspectProvider(chInspectProvider* pProvider);
 
     struct Impl;
     Impl* GetImpl() const { return m_pImpl.get(); }

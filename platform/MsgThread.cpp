@@ -87,6 +87,7 @@ struct ReplyContext {
     uint32_t nSeq = 0;
     bool bWantsReply = false;
     bool bReplied = false;
+    uint64_t* pnReplies = nullptr;
 };
 
 namespace {
@@ -120,6 +121,8 @@ void SendReply(ReplyContext& ctx, int nResult, const void* pData, int nSize)
     if (sendto(ctx.fd, strDgram.data(), strDgram.size(), MSG_DONTWAIT,
                reinterpret_cast<const sockaddr*>(&ctx.addr), ctx.nAddrLen) < 0)
         ETL_TraceHelper::etlTrace(2, "msgqueue: reply to a sender failed: %s", strerror(errno));
+    else if (ctx.pnReplies != nullptr)
+        CFG_COUNT(++*ctx.pnReplies);
 }
 
 } // namespace
@@ -134,6 +137,8 @@ struct chThreadLocal::Impl {
     chThreadLocal& thread;
     std::string strName;
     simpHandler pPlainHandler = nullptr;
+    chInspectProvider* pInspect = nullptr;
+    chMsgCounters counters;
 
     int fd = -1;
     int fdLock = -1;
@@ -154,6 +159,7 @@ struct chThreadLocal::Impl {
     bool bArmed = false;        // the loop waits for the socket itself
     bool bReceiverIdle = false; // the receiver sleeps until the loop gets busy
     bool bStopping = false;
+    bool bFullCounted = false;  // the current stall at the queue's bound is counted
 
     std::unique_ptr<asio::signal_set> pSignals;
     int nExitStatus = 0;
@@ -185,6 +191,7 @@ struct chThreadLocal::Impl {
         std::lock_guard<std::mutex> lock(mutex);
         nQueuedBytes += msg.vecExtra.size();
         queue.push_back(std::move(msg));
+        CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, queue.size()));
         KickLocked();
     }
 
@@ -217,6 +224,7 @@ struct chThreadLocal::Impl {
             if (szWhy != nullptr) {
                 ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zd bytes: %s",
                                           strName.c_str(), nGot, szWhy);
+                CFG_COUNT(++counters.nMalformed);
                 continue;
             }
             QueuedMsg msg;
@@ -227,7 +235,14 @@ struct chThreadLocal::Impl {
             nQueuedBytes += msg.vecExtra.size();
             queue.push_back(std::move(msg));
             nQueuedPeak = std::max(nQueuedPeak, queue.size());
+            CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, queue.size()));
             ++nTaken;
+            bFullCounted = false;
+        }
+        // Counted once per stall, not at every tick the receiver finds the bound still reached.
+        if (fd >= 0 && nTaken < nMax && QueueFullLocked() && !bFullCounted) {
+            bFullCounted = true;
+            CFG_COUNT(++counters.nQueueFull);
         }
     }
 
@@ -294,6 +309,8 @@ struct chThreadLocal::Impl {
         ctx.bWantsReply = queued.header.nKind == wire::KIND_SEND && queued.nReplyLen > sizeof(sa_family_t);
         ctx.addr = queued.replyAddr;
         ctx.nAddrLen = queued.nReplyLen;
+        ctx.pnReplies = &counters.nReplies;
+        CFG_COUNT(counters.CountHandled(queued.header.nId));
         void* pExtra = queued.vecExtra.empty() ? nullptr : queued.vecExtra.data();
         msgObject msg(queued.header.nId, queued.header.nWparam, queued.header.nLparam, pExtra,
                       static_cast<int>(queued.vecExtra.size()), &ctx);
@@ -471,6 +488,10 @@ int chThreadLocal::TryThreadMessage(msgObject& msg)
     case MSG_PLATFORM_REG_SET:
     case MSG_PLATFORM_REG_GET:
         return HandleRegistryMessage(msg);
+    case MSG_PLATFORM_ITEMS:
+    case MSG_PLATFORM_STATS:
+    case MSG_PLATFORM_JOURNAL:
+        return HandleInspectMessage(m_pImpl.get(), msg);
     default:
         break;
     }
@@ -538,6 +559,22 @@ void chThreadLocal::ExitLoop(int nStatus)
 const char* chThreadLocal::GetThreadName() const
 {
     return m_pImpl->strName.c_str();
+}
+
+void chThreadLocal::SetInspectProvider(chInspectProvider* pProvider)
+{
+    m_pImpl->pInspect = pProvider;
+}
+
+chMsgCounters SnapshotCounters(chThreadLocal::Impl* pThread)
+{
+    std::lock_guard<std::mutex> lock(pThread->mutex);
+    return pThread->counters;
+}
+
+chInspectProvider* InspectProviderOf(chThreadLocal::Impl* pThread)
+{
+    return pThread->pInspect;
 }
 
 // ---- uCSystemShareHelper ----
@@ -620,6 +657,10 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     impl.fd = fd;
     impl.fdLock = fdLock;
     impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
+    {
+        std::lock_guard<std::mutex> lock(impl.mutex);
+        impl.counters = chMsgCounters();
+    }
     impl.strSocketPath = strPath;
     impl.strLockPath = strLock;
     impl.bStopping = false;

@@ -4,6 +4,7 @@
 #include "ConfigPaths.h"
 
 #include "ETL_TraceHelper.h"
+#include "M7Journal.h"
 #include "M7Store.h"
 
 #include <cstring>
@@ -13,6 +14,7 @@ using ETL_MsgQueueHelper::msgGetThreadByName;
 int CConfigServer::OnClearUserConfig(msgObject& msg)
 {
     ETL_TraceHelper::etlTrace(2, "Receive Clear User Config Message.");
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "clear request");
     SaveUserConfig(kResetListPath, 1);
     ClearM7Model();
     SaveUserConfig(nullptr, 0);

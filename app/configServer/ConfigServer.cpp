@@ -1,6 +1,7 @@
 // Construction, destruction and the stop hook of the service object.
 #include "ConfigServer.h"
 
+#include "Inspect.h"
 #include "M7Store.h"
 #include "autopTranslator.h"
 
@@ -22,6 +23,7 @@ CConfigServer::CConfigServer()
     m_strUserCfgName.clear();
     m_strUserCfgPath.clear();
     g_pConfigServer = this;
+    SetInspectProvider(&ConfigInspector());
 }
 
 CConfigServer::~CConfigServer()

@@ -7,6 +7,7 @@
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
+#include "Inspect.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "fwTrace.h"
@@ -76,6 +77,9 @@ WriteResult WriteConfigFile(const char* szTarget, bool bAllNull, bool bReportSki
         ETL_TraceHelper::etlTrace(2, "replace [%s] failed: %s", szTarget, strerror(-nErr));
         return WRITE_FAILED;
     }
+    struct stat st;
+    if (ETL_FileHelper::etlStat(szTarget, &st) == 0)
+        CFG_COUNT(g_serviceCounters.nBytesWritten += static_cast<uint64_t>(st.st_size));
     return WRITE_DONE;
 }
 
@@ -94,6 +98,10 @@ void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
     const char* szTarget = szPath != nullptr ? szPath : m_strUserCfgPath.c_str();
     if (WriteConfigFile(szTarget, bAllNull != 0, true) == WRITE_NOT_STARTED)
         return;
+    if (szPath == nullptr) {
+        CFG_COUNT(++g_serviceCounters.nUserFileRewrites);
+        CFG_COUNT(g_serviceCounters.tLastRewrite = std::chrono::steady_clock::now());
+    }
     m7ModelChanged = 0;
 }
 

@@ -64,7 +64,7 @@ void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
         } else if (bSkipRepetition != 0) {
             printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
         } else {
-            pNode->pValue->value = line.strValue;
+            SetM7ItemValue(*pNode->pValue, line.strValue);
         }
     }
 }

@@ -4,6 +4,8 @@
 
 #include "ETL_BaseHelper.h"
 #include "ETL_TraceHelper.h"
+#include "Inspect.h"
+#include "M7Journal.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "configParser.h"
@@ -48,9 +50,11 @@ int RegistrySaveFilter(const char* szFile, const char* szSection, const char* sz
     const char* szItemValue = RegistryToItemValue(szValue != nullptr ? szValue : "", nAttr, szConverted,
                                                   sizeof(szConverted));
     m7ModelChanged = 1;
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "registry %s [%s] %s", szFile != nullptr ? szFile : "",
+                           szSection != nullptr ? szSection : "", szKey != nullptr ? szKey : "");
     if (CM7Item* pItem = FindM7Item(szName)) {
-        pItem->value = szItemValue;
         pItem->attr = nAttr;
+        SetM7ItemValue(*pItem, chStringA(szItemValue));
     } else {
         AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szItemValue), nAttr});
     }
@@ -62,6 +66,7 @@ int CConfigServer::OnRegistryChanged(msgObject& msg)
     HREGISTRY hDocument = DocumentOf(msg.wParam);
     if (msg.lParam == 2) {
         (void)regSaveRegistryDocumentEx(hDocument, RegistrySaveFilter);
+        CFG_COUNT(++g_serviceCounters.nRegistrySaves);
         sync();
         if (m7ModelChanged != 0) {
             SaveUserConfig(nullptr, 0);
@@ -81,8 +86,10 @@ int CConfigServer::OnRegistryChanged(msgObject& msg)
 int CConfigServer::OnSaveTimer(msgObject& msg)
 {
     (void)msg;
-    for (HREGISTRY hDocument : m_listPendingDocs)
+    for (HREGISTRY hDocument : m_listPendingDocs) {
         (void)regSaveRegistryDocumentEx(hDocument, RegistrySaveFilter);
+        CFG_COUNT(++g_serviceCounters.nRegistrySaves);
+    }
     sync();
     if (m7ModelChanged != 0) {
         SaveUserConfig(nullptr, 0);

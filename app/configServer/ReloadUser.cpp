@@ -6,6 +6,7 @@
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
+#include "M7Journal.h"
 #include "MessageText.h"
 #include "configParser.h"
 #include "fwTrace.h"
@@ -53,6 +54,8 @@ int CConfigServer::OnReloadUserConfig(msgObject& msg)
     if (IsNonTextConfigFile(strPath.c_str()) != 0)
         return 0;
 
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "reload mode %d %s", static_cast<int>(msg.lParam),
+                           strPath.c_str());
     if (msg.lParam == 3) {
         // Hand the complete provisioning text back, with the model's values when protected.
         if (configParser_GetConfigInt("AutoProvisionCustomProtect") == 1) {
@@ -77,6 +80,7 @@ int CConfigServer::OnReloadUserConfig(msgObject& msg)
         }
         ETL_TraceHelper::etlTrace(2, "merge [%s] [%s] \n", kLegacyUserFile, strFull.c_str());
         m_bNeedUpload = 1;
+        CM7ChangeOrigin originMac(CM7ChangeOrigin::EACH, "reload mode 2 %s", strFull.c_str());
         (void)MergeLoadM7Model(strFull.c_str(), 1, 1);
         m_strUserCfgName = szName;
         m_strUserCfgPath = strFull;

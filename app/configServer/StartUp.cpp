@@ -2,6 +2,7 @@
 // user configuration file's name and load, and the upload check.
 #include "ConfigServer.h"
 #include "ConfigPaths.h"
+#include "M7Journal.h"
 
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
@@ -97,6 +98,7 @@ int CConfigServer::OnServiceStart()
     m_strUserCfgPath = "/config/" + m_strUserCfgName;
 
     // 9. Load it; a legacy "mac-local.cfg" in the working directory wins and is migrated.
+    CM7ChangeOrigin origin(CM7ChangeOrigin::BULK, "start-up load");
     if (ETL_MiscHelper::pathFileExist(kLegacyUserFile) != 0) {
         printf("find:[%s]\n", kLegacyUserFile);
         (void)LoadM7Model(kLegacyUserFile, 0);

@@ -23,7 +23,10 @@ const char* const kUsage =
     "       etlmsg ping|wait THREAD [--timeout MS]\n"
     "       etlmsg quit THREAD [--status N]\n"
     "       etlmsg reg-set FILE SECTION KEY VALUE [--now] [--to THREAD]\n"
-    "       etlmsg reg-get FILE SECTION KEY [--to THREAD]\n";
+    "       etlmsg reg-get FILE SECTION KEY [--to THREAD]\n"
+    "       etlmsg items THREAD [PREFIX]\n"
+    "       etlmsg stats THREAD\n"
+    "       etlmsg journal THREAD [--item NAME] [--count N]\n";
 
 int Usage(const char* szWhy)
 {
@@ -123,6 +126,7 @@ struct Args {
     long long nCount = -1;
     long long nStatus = 0;
     bool bNow = false;
+    const char* szItem = nullptr;
     std::string strTo = "configServer";
 };
 
@@ -153,13 +157,18 @@ const char* ParseArgs(int argc, char** argv, Args& args)
             args.nTimeoutMs = static_cast<int>(n);
             args.bTimeoutGiven = true;
         } else if (strArg == "--count") {
-            if (!bHasValue || !ParseNumber(argv[++i], 1, 0x7fffffff, n))
+            // 0 is refused by each command, so that journal can name its limit.
+            if (!bHasValue || !ParseNumber(argv[++i], 0, 0x7fffffff, n))
                 return "--count takes a positive number";
             args.nCount = n;
         } else if (strArg == "--status") {
             if (!bHasValue || !ParseNumber(argv[++i], -0x80000000LL, 0x7fffffff, n))
                 return "--status takes a number";
             args.nStatus = n;
+        } else if (strArg == "--item") {
+            if (!bHasValue)
+                return "--item takes an item name";
+            args.szItem = argv[++i];
         } else if (strArg == "--now") {
             args.bNow = true;
         } else if (strArg == "--to") {
@@ -279,6 +288,8 @@ int CmdListen(const Args& args)
 {
     if (args.vecWords.size() != 1)
         return Usage("listen takes one THREAD");
+    if (args.nCount == 0)
+        return Usage("--count takes a positive number");
     CListener listener(args.vecWords[0], args.nCount);
     uCSystemShareHelper& helper = uCSystemShareHelper::getGlobalObject();
     if (helper.CreateLocalThread(listener) != 0)
@@ -373,6 +384,89 @@ int CmdRegistry(bool bSet, const Args& args)
     return EXIT_DONE;
 }
 
+// Item names are printable ASCII without blanks and '=': anything else cannot name an item.
+bool IsItemText(const char* sz)
+{
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(sz); *p != 0; ++p) {
+        if (*p <= 0x20 || *p >= 0x7f || *p == '=')
+            return false;
+    }
+    return true;
+}
+
+// Sends an inspection message and prints the text of the reply. Returns an exit status, or -1
+// with the reply value in nReply (the text then still unprinted in strText).
+int SendInspect(const Args& args, uint32_t nId, int32_t nWparam, const char* szExtra, int& nReply,
+                std::string& strText)
+{
+    const char* szThread = args.vecWords[0];
+    msgThread hThread = msgGetThreadByName(szThread);
+    if (hThread == 0)
+        return ReportSend(MSG_SEND_NO_THREAD, szThread);
+    int nSize = szExtra != nullptr ? static_cast<int>(strlen(szExtra)) : 0;
+    int nResult = msgSendMsgToThread(hThread, nId, nWparam, 0, nSize, nSize > 0 ? szExtra : nullptr, args.nTimeoutMs,
+                                     &nReply, &strText);
+    if (nResult != MSG_SEND_OK)
+        return ReportSend(nResult, szThread);
+    if (nReply < 0) {
+        fprintf(stderr, "etlmsg: [%s] keeps no item table\n", szThread);
+        return EXIT_FAILED;
+    }
+    return -1;
+}
+
+int PrintText(const std::string& strText)
+{
+    fwrite(strText.data(), 1, strText.size(), stdout);
+    return EXIT_DONE;
+}
+
+// items THREAD [PREFIX]: the live item table as configuration text lines.
+int CmdItems(const Args& args)
+{
+    if (args.vecWords.empty() || args.vecWords.size() > 2)
+        return Usage("items takes THREAD [PREFIX]");
+    const char* szPrefix = args.vecWords.size() > 1 ? args.vecWords[1] : nullptr;
+    if (szPrefix != nullptr && !IsItemText(szPrefix))
+        return Usage("PREFIX holds a byte no item name has (blank, '=', control or non-ASCII)");
+    int nReply = 0;
+    std::string strText;
+    int nExit = SendInspect(args, MSG_PLATFORM_ITEMS, 0, szPrefix, nReply, strText);
+    return nExit >= 0 ? nExit : PrintText(strText);
+}
+
+int CmdStats(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("stats takes one THREAD");
+    int nReply = 0;
+    std::string strText;
+    int nExit = SendInspect(args, MSG_PLATFORM_STATS, 0, nullptr, nReply, strText);
+    return nExit >= 0 ? nExit : PrintText(strText);
+}
+
+// journal THREAD [--item NAME] [--count N]: the last changes to item values, newest last. The
+// ring's size comes back with the reply, so a count is checked against it there.
+int CmdJournal(const Args& args)
+{
+    if (args.vecWords.size() != 1)
+        return Usage("journal takes one THREAD");
+    if (args.szItem != nullptr && (args.szItem[0] == '\0' || !IsItemText(args.szItem)))
+        return Usage("--item holds a byte no item name has (blank, '=', control or non-ASCII)");
+    int nReply = 0;
+    std::string strText;
+    int32_t nCount = args.nCount > 0 ? static_cast<int32_t>(args.nCount) : 0;
+    int nExit = SendInspect(args, MSG_PLATFORM_JOURNAL, nCount, args.szItem, nReply, strText);
+    if (nExit >= 0)
+        return nExit;
+    if (args.nCount == 0 || args.nCount > nReply) {
+        char szWhy[96];
+        snprintf(szWhy, sizeof(szWhy), "--count takes 1 to %d (the journal's size)", nReply);
+        return Usage(szWhy);
+    }
+    return PrintText(strText);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -398,5 +492,11 @@ int main(int argc, char** argv)
         return CmdQuit(args);
     if (strCmd == "reg-set" || strCmd == "reg-get")
         return CmdRegistry(strCmd == "reg-set", args);
+    if (strCmd == "items")
+        return CmdItems(args);
+    if (strCmd == "stats")
+        return CmdStats(args);
+    if (strCmd == "journal")
+        return CmdJournal(args);
     return Usage("unknown command");
 }

@@ -5,10 +5,12 @@
 #include "ConfigServer.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
+#include "M7Journal.h"
 #include "M7Store.h"
 #include "configParser.h"
 
 #include <cstring>
+#include <string>
 
 using ETL_StringHelper::chStringA;
 
@@ -118,6 +120,13 @@ int CConfigServer::LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint3
 
 int CConfigServer::OnConvertKeyLayout(msgObject& msg)
 {
+    // The journal names the keys asked for: the selection list up to its zero byte.
+    std::string strKeys;
+    const unsigned char* pSelection = static_cast<const unsigned char*>(msg.GetExtraData());
+    for (int i = 0; i < msg.GetExtraSize() && pSelection[i] != 0 && strKeys.size() < 256; ++i)
+        strKeys += (strKeys.empty() ? "" : ",") + std::to_string(pSelection[i]);
+    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "key layout set %u module %d keys %s", static_cast<unsigned>(msg.wParam),
+                           static_cast<int>(msg.lParam), strKeys.empty() ? "none" : strKeys.c_str());
     int nResult = LoadKeyLayoutToM7(static_cast<unsigned char*>(msg.GetExtraData()), msg.GetExtraSize(),
                                     static_cast<uint32_t>(msg.wParam), msg.lParam);
     if (nResult != 0)

@@ -4,6 +4,7 @@
 
 #include "ConfigServer.h"
 #include "ETL_BaseHelper.h"
+#include "M7Journal.h"
 #include "M7Mapping.h"
 
 #include <cstring>
@@ -290,6 +291,7 @@ CM7Item* FindM7Item(const char* szName)
 
 void AppendM7Item(CM7Item* pItem)
 {
+    m7Journal.RecordChange(pItem->name, nullptr, pItem->value, pItem->attr);
     m7ItemList.Append(pItem);
     m7ItemMap.InsertAbsent(pItem->name, pItem);
 }
@@ -310,12 +312,19 @@ void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
         AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szValue), nAttr});
         return;
     }
-    pItem->value = szValue;
     pItem->attr = nAttr;
+    SetM7ItemValue(*pItem, chStringA(szValue));
+}
+
+void SetM7ItemValue(CM7Item& item, const chStringA& strValue)
+{
+    m7Journal.RecordChange(item.name, &item.value, strValue, item.attr);
+    item.value = strValue;
 }
 
 void ClearM7Model()
 {
+    m7Journal.RecordClear(m7ItemList.Count());
     m7ItemMap.ReleaseAll(true);
     m7ItemList.Clear();
 }

@@ -160,5 +160,8 @@ CM7Item* FindM7Item(const char* szName);
 void AppendM7Item(CM7Item* pItem);
 // Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. Marks upload due.
 void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
+// Replaces the value of an item in the table. Every change of a value goes through here, through
+// AppendM7Item or through ClearM7Model, so that the journal sees them all.
+void SetM7ItemValue(CM7Item& item, const chStringA& strValue);
 // Empties the table.
 void ClearM7Model();
