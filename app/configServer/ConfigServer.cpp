@@ -1,7 +1,7 @@
 // Construction, destruction and the stop hook of the service object.
 #include "ConfigServer.h"
 
-#include "Inspect.h"
+#include "LiveView.h"
 #include "M7Store.h"
 #include "autopTranslator.h"
 

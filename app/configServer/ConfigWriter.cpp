@@ -7,7 +7,7 @@
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
-#include "Inspect.h"
+#include "LiveView.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "fwTrace.h"

@@ -4,7 +4,7 @@
 
 #include "ETL_BaseHelper.h"
 #include "ETL_TraceHelper.h"
-#include "Inspect.h"
+#include "LiveView.h"
 #include "M7Journal.h"
 #include "M7Mapping.h"
 #include "M7Store.h"

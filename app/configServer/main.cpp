@@ -14,8 +14,8 @@ const char g_szTraceVersion[] = "1.0.1.1";
 
 const char* const kUsage =
     "usage: configServer [-h|--help] [--version]\n"
-    "The configuration service: registers the message thread \"configServer\" below $ETL_ROOT\n"
-    "(unset: /), loads the user configuration and answers messages until SIGTERM, SIGINT or\n"
+    "The configuration service: registers the message thread \"configServer\" below the system\n"
+    "root, loads the user configuration and answers messages until SIGTERM, SIGINT or\n"
     "the platform quit message; the exit status is the loop's result. See configServer(8).\n";
 
 // -h, --help or --version alone is answered before anything starts: no registration, no file

@@ -1,6 +1,6 @@
 // The change journal's ring (bound, wrap, cuts, hidden values, origins) and the item listing the
 // inspection messages answer with.
-#include "Inspect.h"
+#include "LiveView.h"
 #include "M7Journal.h"
 #include "M7Mapping.h"
 #include "M7Store.h"

@@ -1,6 +1,6 @@
 // Answers to the inspection messages from the service's own data: the live item table as
 // configuration text, the service's counters, and the change journal.
-#include "Inspect.h"
+#include "LiveView.h"
 
 #include "ConfigServer.h"
 #include "ConfigText.h"
