@@ -207,16 +207,29 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
     return result;
 }
 
-bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
+bool WaitUntil(const std::function<bool()>& fnDone, int nTimeoutMs)
 {
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
     for (;;) {
-        if (ReadFile(strPath).find(strText) != std::string::npos)
+        if (fnDone())
             return true;
         if (std::chrono::steady_clock::now() >= tEnd)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+}
+
+bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
+{
+    return WaitUntil([&] { return ReadFile(strPath).find(strText) != std::string::npos; }, nTimeoutMs);
+}
+
+size_t CountOf(const std::string& strText, const std::string& strWhat)
+{
+    size_t n = 0;
+    for (size_t nPos = strText.find(strWhat); nPos != std::string::npos; nPos = strText.find(strWhat, nPos + 1))
+        ++n;
+    return n;
 }
 
 std::string ConfigServerBin()

@@ -1,8 +1,6 @@
 // Key layouts: converting selected keys into items, comparing layouts with their factory copies,
 // and the export of changed configuration that uses both.
-#include "ConfigServer.h"
 #include "KeyLayout.h"
-#include "M7Store.h"
 #include "ServiceFixture.h"
 
 #include <unistd.h>
@@ -13,12 +11,12 @@ const char* const kAttrs[] = {"type", "line", "value", "label", "extension", "xm
 const char* const kKeys[] = {"type", "itemdata::line", "itemdata::value", "itemdata::label", "itemdata::extension",
                              "itemdata::xml_phonebook", "itemdata::pickup_value"};
 
-class KeyLayoutTest : public ServiceRootTest {
+class KeyLayoutTest : public ItemTableTest {
 protected:
     void SetUp() override
     {
-        ServiceRootTest::SetUp();
-        std::string strMap = "<configMap>\n";
+        ItemTableTest::SetUp();
+        std::string strMap;
         auto AddSet = [&](const std::string& strName, const std::string& strFile, const std::string& strPrefix,
                           bool bLineFlag) {
             for (int i = 0; i < 7; ++i)
@@ -31,27 +29,10 @@ protected:
         AddSet("exp5", "/config/data/expkey5.xml", "dsskey", true);
         AddSet("expminus", "/config/data/expkey-1.xml", "dsskey", true);
         AddSet("exp3", "/config/data/expkey3.xml", "dsskey", true);
-        strMap += " <item m7=\"test.plain\" file=\"/config/t.ini\" section=\"S\" key=\"plain\"/>\n"
-                  " <item m7=\"test.other\" file=\"/config/t.ini\" section=\"S\" key=\"other\"/>\n"
-                  " <item m7=\"test.base0\" file=\"/config/t.ini\" section=\"S\" key=\"base0\" flags=\"0x800\"/>\n"
-                  " <item m7=\"test.invert\" file=\"/config/t.ini\" section=\"S\" key=\"invert\" flags=\"0x1000\"/>\n"
-                  " <item m7=\"test.both\" file=\"/config/t.ini\" section=\"S\" key=\"both\" flags=\"0x1800\"/>\n"
-                  " <item m7=\"test.encrypt\" file=\"/config/t.ini\" section=\"S\" key=\"encrypt\" flags=\"0x1\"/>\n"
-                  " <item m7=\"test.reboot\" file=\"/config/t.ini\" section=\"S\" key=\"reboot\" flags=\"0x2\"/>\n"
-                  " <item m7=\"phone_setting.phone_lock.unlock_pin\" file=\"/config/t.ini\" section=\"Lock\" key=\"PIN\"/>\n"
-                  " <item m7=\"test.newsection\" file=\"/config/t.ini\" section=\"New\" key=\"k\"/>\n"
-                  " <item m7=\"sub.key\" file=\"/config/sub/s.cfg\" section=\"S\" key=\"k\"/>\n"
-                  "</configMap>\n";
-        Write("/phone/resource/configMap.xml", strMap);
-        configParser_Reset();
-        ClearM7Model();
-        m_server.m_strUserCfgPath = "/config/user-local.cfg";
-        testutil::MakeParents(Real("/tmp/x"));
-    }
-    void TearDown() override
-    {
-        ClearM7Model();
-        ServiceRootTest::TearDown();
+        WriteMap(strMap +
+                 " <item m7=\"phone_setting.phone_lock.unlock_pin\" file=\"/config/t.ini\" section=\"Lock\" key=\"PIN\"/>\n"
+                 " <item m7=\"test.newsection\" file=\"/config/t.ini\" section=\"New\" key=\"k\"/>\n"
+                 " <item m7=\"sub.key\" file=\"/config/sub/s.cfg\" section=\"S\" key=\"k\"/>\n");
     }
 
     static std::string Key(const std::string& strType, const std::string& strItemdata)
@@ -70,17 +51,10 @@ protected:
             strXml += Key("15", Data("0", strLabelPrefix + std::to_string(i)));
         return strXml + "</" + strRoot + ">";
     }
-    std::string Value(const std::string& strName)
-    {
-        CM7Item* pItem = FindM7Item(strName.c_str());
-        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
-    }
     int Convert(std::vector<unsigned char>& vecSelection, uint32_t nKeySet, int32_t nModule = 0)
     {
         return m_server.LoadKeyLayoutToM7(vecSelection.data(), static_cast<int>(vecSelection.size()), nKeySet, nModule);
     }
-
-    CConfigServer m_server;
 };
 
 } // namespace
