@@ -1,6 +1,7 @@
 // Temporary roots, child processes and file helpers for the process-level tests.
 #include "ProcessHarness.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <iterator>
 #include <ftw.h>
 #include <sstream>
 #include <sys/resource.h>
@@ -96,18 +98,10 @@ Child::~Child()
 
 std::vector<std::string> EmulatorPrefix()
 {
-    std::vector<std::string> vecPrefix;
     std::string strEmulator = CFG_EMULATOR;
-    size_t nPos = 0;
-    while (nPos < strEmulator.size()) {
-        size_t nEnd = strEmulator.find_first_of(" ;", nPos);
-        if (nEnd == std::string::npos)
-            nEnd = strEmulator.size();
-        if (nEnd > nPos)
-            vecPrefix.push_back(strEmulator.substr(nPos, nEnd - nPos));
-        nPos = nEnd + 1;
-    }
-    return vecPrefix;
+    std::replace(strEmulator.begin(), strEmulator.end(), ';', ' ');
+    std::istringstream words(strEmulator);
+    return std::vector<std::string>(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>());
 }
 
 bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& strRoot, const std::string& strOutDir,
@@ -232,20 +226,9 @@ size_t CountOf(const std::string& strText, const std::string& strWhat)
     return n;
 }
 
-std::string ConfigServerBin()
-{
-    return CFG_CONFIGSERVER_BIN;
-}
-
-std::string ConfigServerFastUploadBin()
-{
-    return CFG_CONFIGSERVER_FAST_BIN;
-}
-
-std::string EtlmsgBin()
-{
-    return CFG_ETLMSG_BIN;
-}
+std::string ConfigServerBin() { return CFG_CONFIGSERVER_BIN; }
+std::string ConfigServerFastUploadBin() { return CFG_CONFIGSERVER_FAST_BIN; }
+std::string EtlmsgBin() { return CFG_ETLMSG_BIN; }
 
 ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs)
 {
@@ -256,22 +239,16 @@ ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& ve
 
 bool NamespacesAvailable()
 {
-    static int s_nAvailable = -1;
-    if (s_nAvailable < 0) {
-        int nStatus = system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1");
-        s_nAvailable = (nStatus == 0) ? 1 : 0;
-    }
-    return s_nAvailable == 1;
+    static const bool s_bAvailable =
+        system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1") == 0;
+    return s_bAvailable;
 }
 
 bool MountNamespacesAvailable()
 {
-    static int s_nAvailable = -1;
-    if (s_nAvailable < 0) {
-        int nStatus = system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1");
-        s_nAvailable = (nStatus == 0) ? 1 : 0;
-    }
-    return s_nAvailable == 1;
+    static const bool s_bAvailable =
+        system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1") == 0;
+    return s_bAvailable;
 }
 
 Service::Service(const std::string& strRoot, const ServiceOptions& options)
@@ -280,29 +257,27 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
     (void)mkdir(m_strOutDir.c_str(), 0755);
     std::string strBin = options.bFastUpload ? ConfigServerFastUploadBin() : ConfigServerBin();
     std::vector<std::string> vecArgs{strBin};
+    std::string strScript, strUnshare;
     if (!options.vecReadOnly.empty()) {
         // The message folder is a writable mount of its own first, so that it stays writable inside
         // a read-only /tmp (the recursive bind below carries it along).
         std::string strQueue = "'" + strRoot + "/tmp/msgq'";
-        std::string strScript = "mkdir -p " + strQueue + " && chmod 700 " + strQueue + " && mount --bind " + strQueue +
-                                " " + strQueue + " && ";
+        strScript = "mkdir -p " + strQueue + " && chmod 700 " + strQueue + " && mount --bind " + strQueue + " " +
+                    strQueue + " && ";
         for (const std::string& strLogical : options.vecReadOnly) {
             std::string strReal = "'" + strRoot + strLogical + "'";
             strScript += "mount --rbind " + strReal + " " + strReal + " && mount -o remount,bind,ro " + strReal + " && ";
         }
-        strScript += "exec \"$@\"";
-        vecArgs = {"/usr/bin/unshare", "-m", "sh", "-c", strScript, "sh"};
-        std::vector<std::string> vecPrefix = EmulatorPrefix();
-        vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
-        vecArgs.push_back(strBin);
+        strUnshare = "-m";
     } else if (!options.strHwMac.empty() || options.bNoInterface) {
         // A namespace of its own, so that the hardware address is the test's choice.
-        std::string strScript = "ip link set lo up; ";
+        strScript = "ip link set lo up; ";
         if (!options.strHwMac.empty())
-            strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac +
-                         " && ";
-        strScript += "exec \"$@\"";
-        vecArgs = {"/usr/bin/unshare", "-n", "sh", "-c", strScript, "sh"};
+            strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac + " && ";
+        strUnshare = "-n";
+    }
+    if (!strUnshare.empty()) {
+        vecArgs = {"/usr/bin/unshare", strUnshare, "sh", "-c", strScript + "exec \"$@\"", "sh"};
         std::vector<std::string> vecPrefix = EmulatorPrefix();
         vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
         vecArgs.push_back(strBin);

@@ -54,6 +54,7 @@ TEST_F(RegistrySaveTest, SavedKeysReachTheUserFileConverted)
     EXPECT_NE(Read("/config/t.ini").find("encrypt = secret"), std::string::npos) << "the document keeps every key";
     EXPECT_EQ(Msg({"reg-get", "/config/t.ini", "S", "invert"}).strOut, "7\n");
     EXPECT_EQ(Msg({"reg-get", "/config/t.ini", "S", "nothere"}).nExit, 2);
+    EXPECT_EQ(Msg({"reg-set", "/config/t.ini", "Bad]Section", "k", "v"}).nExit, 2) << "a name the text cannot hold";
 }
 
 TEST_F(RegistrySaveTest, UnmappedKeysChangeNothingAndUploadStaysAlone)
