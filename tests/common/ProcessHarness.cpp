@@ -29,11 +29,7 @@ int RemoveEntry(const char* szPath, const struct stat*, int, struct FTW*)
     return 0;
 }
 
-std::atomic<int>& Serial()
-{
-    static std::atomic<int> s_n{0};
-    return s_n;
-}
+std::atomic<int> g_nSerial{0};
 
 } // namespace
 
@@ -54,9 +50,7 @@ TempDir::~TempDir()
 
 std::string TempDir::Join(const std::string& strSub) const
 {
-    if (!strSub.empty() && strSub[0] == '/')
-        return m_strPath + strSub;
-    return m_strPath + "/" + strSub;
+    return m_strPath + (!strSub.empty() && strSub[0] == '/' ? "" : "/") + strSub;
 }
 
 std::string ReadFile(const std::string& strPath)
@@ -113,7 +107,7 @@ bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& 
         std::vector<std::string> vecPrefix = EmulatorPrefix();
         vecArgs.insert(vecArgs.begin(), vecPrefix.begin(), vecPrefix.end());
     }
-    int nSerial = ++Serial();
+    int nSerial = ++g_nSerial;
     m_strOut = strOutDir + "/child" + std::to_string(nSerial) + ".out";
     m_strErr = strOutDir + "/child" + std::to_string(nSerial) + ".err";
     m_nStatus = -1;
@@ -153,18 +147,11 @@ int Child::Wait(int nTimeoutMs)
         return m_nStatus;
     if (m_pid <= 0)
         return -1;
-    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    for (;;) {
-        int nStatus = 0;
-        pid_t pid = waitpid(m_pid, &nStatus, WNOHANG);
-        if (pid == m_pid) {
-            m_nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
-            return m_nStatus;
-        }
-        if (std::chrono::steady_clock::now() >= tEnd)
-            return -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    int nStatus = 0;
+    if (!WaitUntil([&] { return waitpid(m_pid, &nStatus, WNOHANG) == m_pid; }, nTimeoutMs))
+        return -1;
+    m_nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
+    return m_nStatus;
 }
 
 void Child::Signal(int nSignal)
@@ -173,15 +160,8 @@ void Child::Signal(int nSignal)
         kill(m_pid, nSignal);
 }
 
-std::string Child::Stdout() const
-{
-    return ReadFile(m_strOut);
-}
-
-std::string Child::Stderr() const
-{
-    return ReadFile(m_strErr);
-}
+std::string Child::Stdout() const { return ReadFile(m_strOut); }
+std::string Child::Stderr() const { return ReadFile(m_strErr); }
 
 ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& strRoot, int nTimeoutMs)
 {
@@ -292,16 +272,14 @@ bool Service::WaitReady(int nTimeoutMs)
 {
     // A socket left by a killed instance can be there before this one has replaced it: ping
     // until the answer comes, not just until the name exists.
-    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    for (;;) {
-        ToolResult wait = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)},
-                                 nTimeoutMs + 5000);
-        if (wait.nExit == 0 && Ping(nTimeoutMs))
-            return true;
-        if (std::chrono::steady_clock::now() >= tEnd || m_child.Wait(0) >= 0)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    bool bReady = false;
+    (void)WaitUntil([&] {
+        bReady = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)}, nTimeoutMs + 5000)
+                         .nExit == 0 &&
+                 Ping(nTimeoutMs);
+        return bReady || m_child.Wait(0) >= 0;
+    }, nTimeoutMs);
+    return bReady;
 }
 
 Service::~Service()

@@ -32,7 +32,7 @@ const char kUploadRequest[] = "id=0xb020a wparam=0 lparam=0 size=0 data=\"\"\n";
 
 } // namespace
 
-TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBack)
+TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBackLparam1Inverts)
 {
     SetSwitches(1, 0);
     AutoServerListener listener(m_root.Path());
@@ -41,26 +41,21 @@ TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBack)
     std::string strDelivered = "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 1\nnew.item = n\n";
     Write("/tmp/delivered.cfg", strDelivered);
     EXPECT_EQ(Reload(0, "/tmp/delivered.cfg").strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"),
-              "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 1\nnew.item = n\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strDelivered);
     EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = user\n");
     EXPECT_EQ(Read("/tmp/mac-locl-autop.cfg"), strDelivered);
     EXPECT_EQ(listener.Finish(), std::string(kUploadRequest) + kUpgradeLocal) << "the upload request comes first";
-    std::string strOut = service.Stdout();
-    EXPECT_NE(strOut.find("CConfigServer::OnReloadUserConfig:0, /tmp/delivered.cfg\n"), std::string::npos);
+    EXPECT_NE(service.Stdout().find("CConfigServer::OnReloadUserConfig:0, /tmp/delivered.cfg\n"), std::string::npos);
     EXPECT_NE(service.Stderr().find("OnReloadUserConfig[5][0][/tmp/delivered.cfg]"), std::string::npos);
-}
 
-TEST_F(ReloadTest, Lparam1InvertsAndPostsNothing)
-{
-    AutoServerListener listener(m_root.Path());
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    Write("/tmp/delivered.cfg", "test.invert = 1\ntest.both = 0\n");
-    EXPECT_EQ(Reload(1, "/tmp/delivered.cfg").strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = user\ntest.invert = 0\ntest.both = 1\n");
-    EXPECT_TRUE(Exists("/tmp/mac-locl-autop.cfg"));
-    EXPECT_EQ(listener.Finish(), "");
+    // lparam 1: inverted, copied, and nothing posted.
+    AutoServerListener second(m_root.Path());
+    Write("/tmp/inverted.cfg", "test.invert = 1\ntest.both = 0\n");
+    EXPECT_EQ(Reload(1, "/tmp/inverted.cfg").strOut, "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 0\nnew.item = n\n"
+                                             "test.both = 1\n");
+    EXPECT_EQ(Read("/tmp/mac-locl-autop.cfg"), "test.invert = 1\ntest.both = 0\n");
+    EXPECT_EQ(second.Finish(), "");
 }
 
 TEST_F(ReloadTest, Lparam2MovesToTheMacNamedFile)
