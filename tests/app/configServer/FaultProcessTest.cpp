@@ -230,48 +230,37 @@ TEST_F(FaultTest, ReadOnlyFoldersFailWritesWithTheirTraces)
     testutil::MakeParents(Real("/ro/x"));
     AutoServerListener listener(m_root.Path());
     ASSERT_TRUE(listener.Ready());
-    {
-        // The user file's folder read-only: no ".bak", no rewrite, the file as it was.
+    auto Run = [&](const std::vector<std::string>& vecReadOnly, const std::vector<std::string>& vecMsg) {
         ServiceOptions options;
-        options.vecReadOnly = {"/config", "/ro"};
+        options.vecReadOnly = vecReadOnly;
         Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/ro/x.cfg"}).strOut, "1\n");
-        ASSERT_TRUE(service.Ping());
+        EXPECT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Msg(vecMsg).strOut, "1\n");
+        EXPECT_TRUE(service.Ping());
         std::string strErr = service.Stderr();
-        EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos) << strErr;
-        EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos);
-        EXPECT_NE(strErr.find("open [/ro/x.cfg] failed."), std::string::npos) << "an export target that cannot be written";
-        EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
-        EXPECT_FALSE(Exists("/config/mac-local.cfg.bak"));
         EXPECT_EQ(service.Quit(0), 0);
-    }
-    {
-        // Only ".bak" read-only: the failed backup does not stop the rewrite.
-        Write("/config/mac-local.cfg.bak", "old backup\n");
-        ServiceOptions options;
-        options.vecReadOnly = {"/config/mac-local.cfg.bak"};
-        Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
-        EXPECT_NE(service.Stderr().find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos);
-        EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "old backup\n");
-        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = after\n");
-        EXPECT_EQ(service.Quit(0), 0);
-    }
-    {
-        // "/tmp" read-only: the copies there fail, the messages still go, clearing still answers.
-        ServiceOptions options;
-        options.vecReadOnly = {"/tmp"};
-        Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
-        std::string strErr = service.Stderr();
-        EXPECT_NE(strErr.find("open [/tmp/mac-locl-reset.cfg] failed."), std::string::npos) << strErr;
-        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-        EXPECT_EQ(service.Quit(0), 0);
-    }
+        return strErr;
+    };
+    // The user file's folder read-only: no ".bak", no rewrite, the file as it was; an export
+    // target that cannot be written.
+    const std::vector<std::string> vecReload = {"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"};
+    std::string strErr = Run({"/config", "/ro"}, vecReload);
+    strErr += Run({"/ro"}, {"send", "configServer", "0xd0006", "0", "0", "--text", "/ro/x.cfg"});
+    EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos) << strErr;
+    EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos);
+    EXPECT_NE(strErr.find("open [/ro/x.cfg] failed."), std::string::npos);
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
+    EXPECT_FALSE(Exists("/config/mac-local.cfg.bak"));
+    // Only ".bak" read-only: the failed backup does not stop the rewrite.
+    Write("/config/mac-local.cfg.bak", "old backup\n");
+    strErr = Run({"/config/mac-local.cfg.bak"}, vecReload);
+    EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos);
+    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "old backup\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = after\n");
+    // "/tmp" read-only: the copies there fail, the messages still go, clearing still answers.
+    strErr = Run({"/tmp"}, {"send", "configServer", "0xd0004"});
+    EXPECT_NE(strErr.find("open [/tmp/mac-locl-reset.cfg] failed."), std::string::npos) << strErr;
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
     std::string strLines = listener.Finish();
     EXPECT_NE(strLines.find("data=\"/tmp/mac-locl-reset.cfg\\0\""), std::string::npos) << strLines;
     EXPECT_NE(strLines.find("id=0xb020a wparam=1"), std::string::npos);
