@@ -3,8 +3,7 @@
 # short while (FUZZ_SECONDS, default 20). Any crash fails the run; the input is left in build-fuzz/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
-command -v clang++ >/dev/null || { SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"; $SUDO apt-get install -y -qq clang >/dev/null; }
+bash scripts/deps.sh native fuzz
 seconds=${FUZZ_SECONDS:-20}
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCFG_FUZZ=ON -DCFG_BUILD_TESTS=OFF >/dev/null
 cmake --build build-fuzz -j"$(nproc)" >/dev/null

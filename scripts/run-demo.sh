@@ -3,7 +3,7 @@
 # Stop it with Ctrl-C (SIGINT) or `ETL_ROOT=build/demo-root build/tools/etlmsg/etlmsg quit configServer`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
+bash scripts/deps.sh native
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$(nproc)" --target configServer etlmsg
 rm -rf build/demo-root

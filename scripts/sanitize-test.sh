@@ -4,8 +4,7 @@
 # builds, and the leak checker runs at the end of every process (a full service life included).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
-command -v clang++ >/dev/null || { SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"; $SUDO apt-get install -y -qq clang >/dev/null; }
+bash scripts/deps.sh native sanitize
 CC=clang CXX=clang++ cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=Debug -DCFG_SANITIZE=ON -DCFG_BUILD_TESTS=ON >/dev/null
 cmake --build build-sanitize -j"$(nproc)"
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:strict_string_checks=1:detect_stack_use_after_return=1"

@@ -4,7 +4,7 @@
 # ASan and UBSan, and a short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
+bash scripts/deps.sh native
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCFG_BUILD_TESTS=ON >/dev/null
 cmake --build build -j"$(nproc)"
 (cd build && ctest -j"$(nproc)" --output-on-failure)

@@ -1,6 +1,7 @@
 // Temporary roots, child processes and file helpers for the process-level tests.
 #include "ProcessHarness.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <iterator>
 #include <ftw.h>
 #include <sstream>
 #include <sys/resource.h>
@@ -27,11 +29,7 @@ int RemoveEntry(const char* szPath, const struct stat*, int, struct FTW*)
     return 0;
 }
 
-std::atomic<int>& Serial()
-{
-    static std::atomic<int> s_n{0};
-    return s_n;
-}
+std::atomic<int> g_nSerial{0};
 
 } // namespace
 
@@ -52,9 +50,7 @@ TempDir::~TempDir()
 
 std::string TempDir::Join(const std::string& strSub) const
 {
-    if (!strSub.empty() && strSub[0] == '/')
-        return m_strPath + strSub;
-    return m_strPath + "/" + strSub;
+    return m_strPath + (!strSub.empty() && strSub[0] == '/' ? "" : "/") + strSub;
 }
 
 std::string ReadFile(const std::string& strPath)
@@ -96,18 +92,10 @@ Child::~Child()
 
 std::vector<std::string> EmulatorPrefix()
 {
-    std::vector<std::string> vecPrefix;
     std::string strEmulator = CFG_EMULATOR;
-    size_t nPos = 0;
-    while (nPos < strEmulator.size()) {
-        size_t nEnd = strEmulator.find_first_of(" ;", nPos);
-        if (nEnd == std::string::npos)
-            nEnd = strEmulator.size();
-        if (nEnd > nPos)
-            vecPrefix.push_back(strEmulator.substr(nPos, nEnd - nPos));
-        nPos = nEnd + 1;
-    }
-    return vecPrefix;
+    std::replace(strEmulator.begin(), strEmulator.end(), ';', ' ');
+    std::istringstream words(strEmulator);
+    return std::vector<std::string>(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>());
 }
 
 bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& strRoot, const std::string& strOutDir,
@@ -119,7 +107,7 @@ bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& 
         std::vector<std::string> vecPrefix = EmulatorPrefix();
         vecArgs.insert(vecArgs.begin(), vecPrefix.begin(), vecPrefix.end());
     }
-    int nSerial = ++Serial();
+    int nSerial = ++g_nSerial;
     m_strOut = strOutDir + "/child" + std::to_string(nSerial) + ".out";
     m_strErr = strOutDir + "/child" + std::to_string(nSerial) + ".err";
     m_nStatus = -1;
@@ -159,18 +147,11 @@ int Child::Wait(int nTimeoutMs)
         return m_nStatus;
     if (m_pid <= 0)
         return -1;
-    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    for (;;) {
-        int nStatus = 0;
-        pid_t pid = waitpid(m_pid, &nStatus, WNOHANG);
-        if (pid == m_pid) {
-            m_nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
-            return m_nStatus;
-        }
-        if (std::chrono::steady_clock::now() >= tEnd)
-            return -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    int nStatus = 0;
+    if (!WaitUntil([&] { return waitpid(m_pid, &nStatus, WNOHANG) == m_pid; }, nTimeoutMs))
+        return -1;
+    m_nStatus = WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : 128 + WTERMSIG(nStatus);
+    return m_nStatus;
 }
 
 void Child::Signal(int nSignal)
@@ -179,15 +160,8 @@ void Child::Signal(int nSignal)
         kill(m_pid, nSignal);
 }
 
-std::string Child::Stdout() const
-{
-    return ReadFile(m_strOut);
-}
-
-std::string Child::Stderr() const
-{
-    return ReadFile(m_strErr);
-}
+std::string Child::Stdout() const { return ReadFile(m_strOut); }
+std::string Child::Stderr() const { return ReadFile(m_strErr); }
 
 ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& strRoot, int nTimeoutMs)
 {
@@ -207,11 +181,11 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
     return result;
 }
 
-bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
+bool WaitUntil(const std::function<bool()>& fnDone, int nTimeoutMs)
 {
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
     for (;;) {
-        if (ReadFile(strPath).find(strText) != std::string::npos)
+        if (fnDone())
             return true;
         if (std::chrono::steady_clock::now() >= tEnd)
             return false;
@@ -219,20 +193,22 @@ bool WaitForText(const std::string& strPath, const std::string& strText, int nTi
     }
 }
 
-std::string ConfigServerBin()
+bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
 {
-    return CFG_CONFIGSERVER_BIN;
+    return WaitUntil([&] { return ReadFile(strPath).find(strText) != std::string::npos; }, nTimeoutMs);
 }
 
-std::string ConfigServerFastUploadBin()
+size_t CountOf(const std::string& strText, const std::string& strWhat)
 {
-    return CFG_CONFIGSERVER_FAST_BIN;
+    size_t n = 0;
+    for (size_t nPos = strText.find(strWhat); nPos != std::string::npos; nPos = strText.find(strWhat, nPos + 1))
+        ++n;
+    return n;
 }
 
-std::string EtlmsgBin()
-{
-    return CFG_ETLMSG_BIN;
-}
+std::string ConfigServerBin() { return CFG_CONFIGSERVER_BIN; }
+std::string ConfigServerFastUploadBin() { return CFG_CONFIGSERVER_FAST_BIN; }
+std::string EtlmsgBin() { return CFG_ETLMSG_BIN; }
 
 ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs)
 {
@@ -243,22 +219,16 @@ ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& ve
 
 bool NamespacesAvailable()
 {
-    static int s_nAvailable = -1;
-    if (s_nAvailable < 0) {
-        int nStatus = system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1");
-        s_nAvailable = (nStatus == 0) ? 1 : 0;
-    }
-    return s_nAvailable == 1;
+    static const bool s_bAvailable =
+        system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1") == 0;
+    return s_bAvailable;
 }
 
 bool MountNamespacesAvailable()
 {
-    static int s_nAvailable = -1;
-    if (s_nAvailable < 0) {
-        int nStatus = system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1");
-        s_nAvailable = (nStatus == 0) ? 1 : 0;
-    }
-    return s_nAvailable == 1;
+    static const bool s_bAvailable =
+        system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1") == 0;
+    return s_bAvailable;
 }
 
 Service::Service(const std::string& strRoot, const ServiceOptions& options)
@@ -267,29 +237,27 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
     (void)mkdir(m_strOutDir.c_str(), 0755);
     std::string strBin = options.bFastUpload ? ConfigServerFastUploadBin() : ConfigServerBin();
     std::vector<std::string> vecArgs{strBin};
+    std::string strScript, strUnshare;
     if (!options.vecReadOnly.empty()) {
         // The message folder is a writable mount of its own first, so that it stays writable inside
         // a read-only /tmp (the recursive bind below carries it along).
         std::string strQueue = "'" + strRoot + "/tmp/msgq'";
-        std::string strScript = "mkdir -p " + strQueue + " && chmod 700 " + strQueue + " && mount --bind " + strQueue +
-                                " " + strQueue + " && ";
+        strScript = "mkdir -p " + strQueue + " && chmod 700 " + strQueue + " && mount --bind " + strQueue + " " +
+                    strQueue + " && ";
         for (const std::string& strLogical : options.vecReadOnly) {
             std::string strReal = "'" + strRoot + strLogical + "'";
             strScript += "mount --rbind " + strReal + " " + strReal + " && mount -o remount,bind,ro " + strReal + " && ";
         }
-        strScript += "exec \"$@\"";
-        vecArgs = {"/usr/bin/unshare", "-m", "sh", "-c", strScript, "sh"};
-        std::vector<std::string> vecPrefix = EmulatorPrefix();
-        vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
-        vecArgs.push_back(strBin);
+        strUnshare = "-m";
     } else if (!options.strHwMac.empty() || options.bNoInterface) {
         // A namespace of its own, so that the hardware address is the test's choice.
-        std::string strScript = "ip link set lo up; ";
+        strScript = "ip link set lo up; ";
         if (!options.strHwMac.empty())
-            strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac +
-                         " && ";
-        strScript += "exec \"$@\"";
-        vecArgs = {"/usr/bin/unshare", "-n", "sh", "-c", strScript, "sh"};
+            strScript += "ip link add esw0 type veth peer name x0 && ip link set esw0 address " + options.strHwMac + " && ";
+        strUnshare = "-n";
+    }
+    if (!strUnshare.empty()) {
+        vecArgs = {"/usr/bin/unshare", strUnshare, "sh", "-c", strScript + "exec \"$@\"", "sh"};
         std::vector<std::string> vecPrefix = EmulatorPrefix();
         vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
         vecArgs.push_back(strBin);
@@ -304,16 +272,14 @@ bool Service::WaitReady(int nTimeoutMs)
 {
     // A socket left by a killed instance can be there before this one has replaced it: ping
     // until the answer comes, not just until the name exists.
-    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    for (;;) {
-        ToolResult wait = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)},
-                                 nTimeoutMs + 5000);
-        if (wait.nExit == 0 && Ping(nTimeoutMs))
-            return true;
-        if (std::chrono::steady_clock::now() >= tEnd || m_child.Wait(0) >= 0)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    bool bReady = false;
+    (void)WaitUntil([&] {
+        bReady = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)}, nTimeoutMs + 5000)
+                         .nExit == 0 &&
+                 Ping(nTimeoutMs);
+        return bReady || m_child.Wait(0) >= 0;
+    }, nTimeoutMs);
+    return bReady;
 }
 
 Service::~Service()

@@ -2,6 +2,7 @@
 // their output in files, and small file utilities.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -67,6 +68,10 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
 
 // Waits until the file holds the text; false after the timeout.
 bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs);
+// Waits until the condition holds; false after the timeout.
+bool WaitUntil(const std::function<bool()>& fnDone, int nTimeoutMs);
+// How often strWhat occurs in strText.
+size_t CountOf(const std::string& strText, const std::string& strWhat);
 
 // The emulator the programs of this build run under (empty for a native build).
 std::vector<std::string> EmulatorPrefix();

@@ -1,60 +1,29 @@
 // The configuration file writer: lines, skips, order, the ".bak" step and the all-null mode.
-#include "ConfigServer.h"
-#include "M7Store.h"
 #include "ServiceFixture.h"
 
-namespace {
-
-class ConfigWriterTest : public ServiceRootTest {
-protected:
-    void SetUp() override
-    {
-        ServiceRootTest::SetUp();
-        ClearM7Model();
-        m_server.m_strUserCfgPath = "/config/user-local.cfg";
-        testutil::MakeParents(Real("/config/x"));
-        testutil::MakeParents(Real("/tmp/x"));
-    }
-    void TearDown() override
-    {
-        ClearM7Model();
-        ServiceRootTest::TearDown();
-    }
-    CConfigServer m_server;
-};
-
-} // namespace
+using ConfigWriterTest = ItemTableTest;
 
 TEST_F(ConfigWriterTest, LinesSkipsAndOrder)
 {
-    SetM7Item("z.first", "1", 0);
-    SetM7Item("a.second", "", 0);
-    SetM7Item("m.enc", "secret", 0x1);
-    SetM7Item("m.reboot", "r", 0x2);
-    SetM7Item("m.both", "b", 0x3);
-    SetM7Item("m.enc801", "x", 0x801);
-    SetM7Item("v.lf", "ends\n", 0);
-    SetM7Item("v.cr", "cr\r", 0);
+    const std::pair<const char*, uint32_t> kItems[] = {{"z.first", 0},   {"a.second", 0}, {"m.enc", 0x1},
+                                                       {"m.reboot", 0x2}, {"m.both", 0x3}, {"m.enc801", 0x801},
+                                                       {"v.lf", 0},      {"v.cr", 0}};
+    const char* const kValues[] = {"1", "", "secret", "r", "b", "x", "ends\n", "cr\r"};
+    for (size_t i = 0; i < 8; ++i)
+        SetM7Item(kItems[i].first, kValues[i], kItems[i].second);
     SetM7Item("z.first", "replaced", 0);
     m7ModelChanged = 1;
-    ::testing::internal::CaptureStdout();
-    m_server.SaveUserConfig(nullptr, 0);
-    std::string strOut = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Printed([&] { m_server.SaveUserConfig(nullptr, 0); }),
+              "skip: m.enc [ATTR_ENCRYPT]\nskip: m.reboot [ATTR_REBOOT]\nskip: m.both [ATTR_REBOOT]\n"
+              "skip: m.enc801 [ATTR_ENCRYPT]\n");
     EXPECT_EQ(Read("/config/user-local.cfg"),
               "#!version:1.0.0.1\nz.first = replaced\na.second = %NULL%\nv.lf = ends\nv.cr = cr\r\n");
-    EXPECT_EQ(strOut, "skip: m.enc [ATTR_ENCRYPT]\nskip: m.reboot [ATTR_REBOOT]\nskip: m.both [ATTR_REBOOT]\n"
-                      "skip: m.enc801 [ATTR_ENCRYPT]\n");
     EXPECT_EQ(m7ModelChanged, 0);
 
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(m_server.ExportCustomConfig(nullptr), 1);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "") << "the export passes skipped items silently";
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_server.ExportCustomConfig(nullptr), 1); }), "")
+        << "the export passes skipped items silently";
     EXPECT_EQ(Read("/tmp/_custom_config.cfg"), Read("/config/user-local.cfg"));
     EXPECT_EQ(m_server.ExportCustomConfig("/nodir/x.cfg"), 0);
-
-    ClearM7Model();
-    m_server.SaveUserConfig(nullptr, 0);
-    EXPECT_EQ(Read("/config/user-local.cfg"), "#!version:1.0.0.1\n") << "an empty table: the header only";
 }
 
 TEST_F(ConfigWriterTest, BackupRestoreAndAllNull)

@@ -85,12 +85,14 @@ TEST_F(FaultTest, KilledWhileSavingARegistryDocument)
     EXPECT_EQ(Msg({"reg-set", "/config/big.ini", "Last", "k", "v", "--now"}).nExit, 0);
     service.Process().Signal(SIGKILL);
     service.Process().Wait(5000);
-    // The document is replaced safely: absent, or complete with every section it had.
-    if (Exists("/config/big.ini")) {
-        std::string strDoc = Read("/config/big.ini");
-        for (int i = 0; i < 20; ++i)
-            EXPECT_NE(strDoc.find("[S" + std::to_string(i) + "]\nk = " + strBig), std::string::npos) << i;
-    }
+    // The document is replaced safely: absent (killed before its first save), or complete with
+    // every section it had.
+    bool bExists = Exists("/config/big.ini");
+    std::string strDoc = Read("/config/big.ini");
+    size_t nComplete = 0;
+    for (int i = 0; i < 20; ++i)
+        nComplete += strDoc.find("[S" + std::to_string(i) + "]\nk = " + strBig + "\n") != std::string::npos ? 1 : 0;
+    EXPECT_EQ(nComplete, bExists ? 20u : 0u) << strDoc.size() << " bytes";
 }
 
 TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
@@ -103,10 +105,12 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
     Write("/tmp/small.cfg", "test.plain = small\n");
     // The idle figure is taken once the documents and files the flood uses exist in the service
     // (they are state it keeps), so that what is compared is what the flood itself leaves behind.
+    auto Doc = [](int d) { return "/config/many/doc" + std::to_string(d) + ".ini"; };
     for (int d = 0; d < 100; ++d)
-        ASSERT_EQ(Msg({"reg-set", "/config/many/doc" + std::to_string(d) + ".ini", "S", "k0", "warm"}).nExit, 0);
+        ASSERT_EQ(Msg({"reg-set", Doc(d), "S", "k0", "warm"}).nExit, 0);
     EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--text", "/tmp/small.cfg"}).strOut, "1\n");
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    for (int d = 0; d < 100; ++d)
+        ASSERT_TRUE(testutil::WaitForText(Real(Doc(d)), "k0 = warm", 20000)) << d;
     ASSERT_TRUE(service.Ping());
     long nIdleRss = RssAnonKb(service.Process().Pid());
     const int kSenders = 4, kPerSender = 2500, kReloadEvery = 50;
@@ -117,19 +121,15 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
             ETL_MsgQueueHelper::msgThread hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
             int nFailed = 0;
             for (int i = 0; i < kPerSender; ++i) {
-                int nResult;
-                if (i % kReloadEvery == 0) {
-                    const char szPath[] = "/tmp/small.cfg";
-                    nResult = ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, 0xd0003, 0, 0, sizeof(szPath), szPath);
-                } else {
-                    std::string strFile = "/config/many/doc" + std::to_string(i % 100) + ".ini";
-                    std::string strValue = "s" + std::to_string(s) + "v" + std::to_string(i);
-                    std::string strPayload = strFile + '\0' + "S" + '\0' + "k" + std::to_string(s) + '\0' + strValue + '\0';
-                    nResult = ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET,
-                                                                       0, 0, static_cast<int>(strPayload.size()),
-                                                                       strPayload.data());
+                std::string strPayload = "/tmp/small.cfg" + std::string(1, '\0');
+                uint32_t nId = 0xd0003;
+                if (i % kReloadEvery != 0) {
+                    nId = ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET;
+                    strPayload = Doc(i % 100) + '\0' + "S" + '\0' + "k" + std::to_string(s) + '\0' + "s" +
+                                 std::to_string(s) + "v" + std::to_string(i) + '\0';
                 }
-                nFailed += nResult != 0 ? 1 : 0;
+                nFailed += ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, nId, 0, 0, static_cast<int>(strPayload.size()),
+                                                                    strPayload.data()) != 0;
             }
             _exit(nFailed > 0 ? 1 : 0);
         }
@@ -141,49 +141,33 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
         EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 0) << "a post failed";
     }
     ASSERT_TRUE(service.Ping(30000));
-    int nReloads = kSenders * kPerSender / kReloadEvery + 1; // and the one of the warm-up
-    std::string strUpgrade = "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n";
-    ASSERT_TRUE(listener.WaitFor(strUpgrade, 10000));
-    for (int i = 0; i < 100 && [&] {
-             std::string strLines = listener.Lines();
-             size_t n = 0;
-             for (size_t p = strLines.find(strUpgrade); p != std::string::npos; p = strLines.find(strUpgrade, p + 1))
-                 ++n;
-             return n < static_cast<size_t>(nReloads);
-         }();
-         ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    long nAfterRss = RssAnonKb(service.Process().Pid());
-    // What the flood leaves must stay within 1 MiB of the idle figure. Under AddressSanitizer
-    // the figure is the sanitizer's (quarantine, shadow), under an emulator the emulator's.
-    if (!kSanitized && testutil::EmulatorPrefix().empty()) {
-        EXPECT_LE(nAfterRss, nIdleRss + 1024) << "RssAnon " << nIdleRss << " KiB idle, " << nAfterRss << " KiB after";
-    }
-    printf("RssAnon %ld KiB idle, %ld KiB after the flood\n", nIdleRss, nAfterRss);
-    std::string strLines = listener.Finish();
-    size_t nUpgrades = 0;
-    for (size_t p = strLines.find(strUpgrade); p != std::string::npos; p = strLines.find(strUpgrade, p + 1))
-        ++nUpgrades;
-    EXPECT_EQ(nUpgrades, static_cast<size_t>(nReloads)) << "one 0xb0209 per reload";
-    // The last value each sender set for its key of every document is in that document, once
-    // the last deferred save has run.
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-    ASSERT_TRUE(service.Ping());
+    // Every sender's last value of every document, once the last deferred save has run.
     for (int d = 0; d < 100; ++d) {
-        std::string strDoc = Read("/config/many/doc" + std::to_string(d) + ".ini");
+        if (d % kReloadEvery == 0)
+            continue; // every post of this document's turn was a reload
         for (int s = 0; s < kSenders; ++s) {
-            int nLast = -1;
-            for (int i = 0; i < kPerSender; ++i) {
-                if (i % kReloadEvery != 0 && i % 100 == d)
-                    nLast = i;
-            }
-            if (nLast < 0)
-                continue;
-            EXPECT_NE(strDoc.find("k" + std::to_string(s) + " = s" + std::to_string(s) + "v" + std::to_string(nLast)),
-                      std::string::npos)
-                << "doc " << d << " sender " << s;
+            int nLast = kPerSender - 100 + d; // the last turn of this document
+            std::string strLine = "k" + std::to_string(s) + " = s" + std::to_string(s) + "v" + std::to_string(nLast) + "\n";
+            EXPECT_TRUE(testutil::WaitForText(Real(Doc(d)), strLine, 20000)) << "doc " << d << ": " << strLine;
         }
     }
+    size_t nReloads = kSenders * kPerSender / kReloadEvery + 1; // and the one of the warm-up
+    std::string strUpgrade = "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n";
+    EXPECT_TRUE(testutil::WaitUntil([&] { return testutil::CountOf(listener.Lines(), strUpgrade) >= nReloads; }, 20000));
+    // What the flood leaves must come within 1 MiB of the idle figure once the heap is given back
+    // after a burst; bursts of cheap posts give the service that chance however the flood ended.
+    // Under AddressSanitizer the figure is the sanitizer's, under an emulator the emulator's.
+    long nAllowedKb = kSanitized ? 1024 * 1024 : testutil::EmulatorPrefix().empty() ? 1024 : 64 * 1024;
+    long nAfterRss = 0;
+    auto hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
+    EXPECT_TRUE(testutil::WaitUntil([&] {
+        for (int i = 0; i < 200; ++i)
+            (void)ETL_MsgQueueHelper::msgPostMsgToThread(hService, 0xd0002, 0, 0);
+        nAfterRss = service.Ping() ? RssAnonKb(service.Process().Pid()) : -1;
+        return nAfterRss >= 0 && nAfterRss <= nIdleRss + nAllowedKb;
+    }, 30000)) << "RssAnon " << nIdleRss << " KiB idle, " << nAfterRss << " KiB after";
+    printf("RssAnon %ld KiB idle, %ld KiB after the flood\n", nIdleRss, nAfterRss);
+    EXPECT_EQ(testutil::CountOf(listener.Finish(), strUpgrade), nReloads) << "one 0xb0209 per reload";
 }
 
 TEST_F(FaultTest, OtherUsersCannotPostAndPathsStayInsideTheRoot)
@@ -193,16 +177,14 @@ TEST_F(FaultTest, OtherUsersCannotPostAndPathsStayInsideTheRoot)
     struct stat st;
     ASSERT_EQ(stat(Real("/tmp/msgq").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
-    if (system("command -v setpriv >/dev/null && id nobody >/dev/null 2>&1") == 0) {
-        // Another user cannot reach the folder of the sockets.
-        std::string strEmulator;
-        for (const std::string& strWord : testutil::EmulatorPrefix())
-            strEmulator += strWord + " ";
-        std::string strCmd = "ETL_ROOT='" + m_root.Path() + "' setpriv --reuid=nobody --regid=nogroup --clear-groups " +
-                             strEmulator + "'" + testutil::EtlmsgBin() + "' post configServer 0xd0001 >/dev/null 2>&1";
-        int nStatus = system(strCmd.c_str());
-        EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 2) << "status " << nStatus;
-    }
+    // Another user cannot reach the folder of the sockets.
+    std::string strEmulator;
+    for (const std::string& strWord : testutil::EmulatorPrefix())
+        strEmulator += strWord + " ";
+    std::string strCmd = "ETL_ROOT='" + m_root.Path() + "' setpriv --reuid=nobody --regid=nogroup --clear-groups " +
+                         strEmulator + "'" + testutil::EtlmsgBin() + "' post configServer 0xd0001 >/dev/null 2>&1";
+    int nStatus = system(strCmd.c_str());
+    EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 2) << "status " << nStatus;
     // ".." in a message's path never leaves the root.
     std::string strOutside = "/tmp/cfg-outside-" + std::to_string(getpid()) + ".cfg";
     EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/../../.." + strOutside}).strOut, "1\n");
@@ -221,48 +203,37 @@ TEST_F(FaultTest, ReadOnlyFoldersFailWritesWithTheirTraces)
     testutil::MakeParents(Real("/ro/x"));
     AutoServerListener listener(m_root.Path());
     ASSERT_TRUE(listener.Ready());
-    {
-        // The user file's folder read-only: no ".bak", no rewrite, the file as it was.
+    auto Run = [&](const std::vector<std::string>& vecReadOnly, const std::vector<std::string>& vecMsg) {
         ServiceOptions options;
-        options.vecReadOnly = {"/config", "/ro"};
+        options.vecReadOnly = vecReadOnly;
         Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/ro/x.cfg"}).strOut, "1\n");
-        ASSERT_TRUE(service.Ping());
+        EXPECT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_EQ(Msg(vecMsg).strOut, "1\n");
+        EXPECT_TRUE(service.Ping());
         std::string strErr = service.Stderr();
-        EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos) << strErr;
-        EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos);
-        EXPECT_NE(strErr.find("open [/ro/x.cfg] failed."), std::string::npos) << "an export target that cannot be written";
-        EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
-        EXPECT_FALSE(Exists("/config/mac-local.cfg.bak"));
         EXPECT_EQ(service.Quit(0), 0);
-    }
-    {
-        // Only ".bak" read-only: the failed backup does not stop the rewrite.
-        Write("/config/mac-local.cfg.bak", "old backup\n");
-        ServiceOptions options;
-        options.vecReadOnly = {"/config/mac-local.cfg.bak"};
-        Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"}).strOut, "1\n");
-        EXPECT_NE(service.Stderr().find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos);
-        EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "old backup\n");
-        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = after\n");
-        EXPECT_EQ(service.Quit(0), 0);
-    }
-    {
-        // "/tmp" read-only: the copies there fail, the messages still go, clearing still answers.
-        ServiceOptions options;
-        options.vecReadOnly = {"/tmp"};
-        Service service(m_root.Path(), options);
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
-        std::string strErr = service.Stderr();
-        EXPECT_NE(strErr.find("open [/tmp/mac-locl-reset.cfg] failed."), std::string::npos) << strErr;
-        EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-        EXPECT_EQ(service.Quit(0), 0);
-    }
+        return strErr;
+    };
+    // The user file's folder read-only: no ".bak", no rewrite, the file as it was; an export
+    // target that cannot be written.
+    const std::vector<std::string> vecReload = {"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/d.cfg"};
+    std::string strErr = Run({"/config", "/ro"}, vecReload);
+    strErr += Run({"/ro"}, {"send", "configServer", "0xd0006", "0", "0", "--text", "/ro/x.cfg"});
+    EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos) << strErr;
+    EXPECT_NE(strErr.find("open [/config/mac-local.cfg] failed."), std::string::npos);
+    EXPECT_NE(strErr.find("open [/ro/x.cfg] failed."), std::string::npos);
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
+    EXPECT_FALSE(Exists("/config/mac-local.cfg.bak"));
+    // Only ".bak" read-only: the failed backup does not stop the rewrite.
+    Write("/config/mac-local.cfg.bak", "old backup\n");
+    strErr = Run({"/config/mac-local.cfg.bak"}, vecReload);
+    EXPECT_NE(strErr.find("Target file [/config/mac-local.cfg.bak] can't open!"), std::string::npos);
+    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "old backup\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = after\n");
+    // "/tmp" read-only: the copies there fail, the messages still go, clearing still answers.
+    strErr = Run({"/tmp"}, {"send", "configServer", "0xd0004"});
+    EXPECT_NE(strErr.find("open [/tmp/mac-locl-reset.cfg] failed."), std::string::npos) << strErr;
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
     std::string strLines = listener.Finish();
     EXPECT_NE(strLines.find("data=\"/tmp/mac-locl-reset.cfg\\0\""), std::string::npos) << strLines;
     EXPECT_NE(strLines.find("id=0xb020a wparam=1"), std::string::npos);

@@ -1,49 +1,20 @@
 // Merging configuration texts into the item table: precedence, skipped items and their lines,
 // inversion, and the ignore-list loader.
-#include "ConfigServer.h"
-#include "M7Store.h"
 #include "ServiceFixture.h"
 
 #include <map>
-#include <string>
-#include <vector>
 
-namespace {
-
-class MergeLoadTest : public ServiceRootTest {
-protected:
-    void SetUp() override
-    {
-        ServiceRootTest::SetUp();
-        ClearM7Model();
-        ignoreM7List.Clear();
-    }
-    void TearDown() override
-    {
-        ClearM7Model();
-        ServiceRootTest::TearDown();
-    }
-    std::string Value(const char* szName)
-    {
-        CM7Item* pItem = FindM7Item(szName);
-        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
-    }
-    CConfigServer m_server;
-};
-
-} // namespace
+using MergeLoadTest = ItemTableTest;
 
 TEST_F(MergeLoadTest, PrecedenceWithinAndAcrossFiles)
 {
     Write("/tmp/a.cfg", "#!version:1.0.0.1\ntest.plain = first\ntest.other = a\ntest.plain = second\n");
-    ::testing::internal::CaptureStdout();
     EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 0, 0), 1);
     EXPECT_EQ(Value("test.plain"), "second") << "a later line wins when repetition is not skipped";
     ClearM7Model();
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 1, 0), 1);
-    std::string strOut = ::testing::internal::GetCapturedStdout();
+    std::string strOut = Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 1, 0), 1); });
     EXPECT_EQ(Value("test.plain"), "first");
-    EXPECT_NE(strOut.find("MergeLoadM7Model: skip repetition:[test.plain] \n"), std::string::npos) << strOut;
+    EXPECT_EQ(strOut, "MergeLoadM7Model: skip repetition:[test.plain] \n");
 
     Write("/tmp/b.cfg", "test.other = b\nnew.name = n\n");
     EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 1, 0), 1);
@@ -52,13 +23,8 @@ TEST_F(MergeLoadTest, PrecedenceWithinAndAcrossFiles)
     EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 0, 0), 1);
     EXPECT_EQ(Value("test.other"), "b");
 
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/missing.cfg", 0, 0), 0);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "open[/tmp/missing.cfg] failed!\n");
-    Write("/tmp/header.cfg", "#!version:1.0.0.1\n");
-    uint32_t nBefore = m7ItemList.Count();
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/header.cfg", 0, 0), 1);
-    EXPECT_EQ(m7ItemList.Count(), nBefore);
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/missing.cfg", 0, 0), 0); }),
+              "open[/tmp/missing.cfg] failed!\n");
     EXPECT_EQ(m_server.LoadM7Model(nullptr, 0), 0);
 }
 
@@ -68,13 +34,9 @@ TEST_F(MergeLoadTest, SkippedItemsInversionAndKeptFlags)
     SetM7Item("test.reboot", "kept", 0);
     Write("/tmp/c.cfg", "test.ignored = x\ntest.encrypt = secret\ntest.reboot = new\ntest.encreboot = y\n"
                         "test.invert = 1\ntest.both = 7\nunknown.item = u\n");
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/c.cfg", 0, 1), 1);
-    std::string strOut = ::testing::internal::GetCapturedStdout();
-    EXPECT_NE(strOut.find("IgnoreUserCfg: skip:[test.ignored]\n"), std::string::npos);
-    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.encrypt]\n"), std::string::npos);
-    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.reboot]\n"), std::string::npos);
-    EXPECT_NE(strOut.find("MergeLoadM7Model: skip:[test.encreboot]\n"), std::string::npos);
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/c.cfg", 0, 1), 1); }),
+              "IgnoreUserCfg: skip:[test.ignored]\nMergeLoadM7Model: skip:[test.encrypt]\n"
+              "MergeLoadM7Model: skip:[test.reboot]\nMergeLoadM7Model: skip:[test.encreboot]\n");
     EXPECT_EQ(Value("test.ignored"), "<absent>");
     EXPECT_EQ(Value("test.encrypt"), "<absent>");
     EXPECT_EQ(Value("test.reboot"), "kept");
@@ -100,17 +62,15 @@ TEST_F(MergeLoadTest, IgnoreListLoader)
     CM7IgnoreNode* pNode = ignoreM7List.First();
     EXPECT_STREQ(pNode->item.pattern.c_str(), "a.b");
     EXPECT_EQ(pNode->item.length, 3);
-    pNode = pNode->pNext;
-    EXPECT_STREQ(pNode->item.pattern.c_str(), "");
-    EXPECT_EQ(pNode->item.length, 0);
-    EXPECT_EQ(pNode->pNext->item.length, -1);
-
-    ignoreM7List.Clear();
-    Write("/phone/resource/autopIgnroeM7.xml", "<notdata/>");
-    EXPECT_EQ(m_server.LoadIgnoreM7List(), 0);
-    Write("/phone/resource/autopIgnroeM7.xml", "not xml <<");
-    EXPECT_EQ(m_server.LoadIgnoreM7List(), 0);
-    EXPECT_EQ(ignoreM7List.Count(), 0u);
+    EXPECT_STREQ(pNode->pNext->item.pattern.c_str(), "");
+    EXPECT_EQ(pNode->pNext->item.length, 0);
+    EXPECT_EQ(pNode->pNext->pNext->item.length, -1);
+    for (const char* szBad : {"<notdata/>", "not xml <<"}) {
+        ignoreM7List.Clear();
+        Write("/phone/resource/autopIgnroeM7.xml", szBad);
+        EXPECT_EQ(m_server.LoadIgnoreM7List(), 0) << szBad;
+        EXPECT_EQ(ignoreM7List.Count(), 0u);
+    }
 }
 
 // Names are looked up a batch of lines at a time; a name that comes back within a batch, across
@@ -119,19 +79,13 @@ TEST_F(MergeLoadTest, IgnoreListLoader)
 TEST_F(MergeLoadTest, RepeatedNamesNearAndFarKeepLineOrder)
 {
     ASSERT_EQ(m_server.LoadIgnoreM7List(), 1);
-    SetM7Item("old.item", "before", 0);
     // Line i names item (i * 7) % 23, so repeats come at distances 23, 46, ... and mix with
     // the batch boundaries; every 10th line is ignored, every 13th repeats its predecessor.
     std::string strText = "#!version:1.0.0.1\n";
     std::vector<std::string> vecNames;
     for (int i = 0; i < 300; ++i) {
         std::string strName = "rep." + std::to_string((i * 7) % 23);
-        if (i % 13 == 0 && i > 0)
-            strName = vecNames.back();
-        if (i % 10 == 0)
-            strName = "test.ignored";
-        if (i == 150)
-            strName = "old.item";
+        strName = i == 150 ? "old.item" : i % 10 == 0 ? "test.ignored" : i % 13 == 0 ? vecNames.back() : strName;
         vecNames.push_back(strName);
         strText += strName + " = v" + std::to_string(i) + "\n";
     }
@@ -144,27 +98,22 @@ TEST_F(MergeLoadTest, RepeatedNamesNearAndFarKeepLineOrder)
         std::string strExpected;
         for (size_t i = 0; i < vecNames.size(); ++i) {
             const std::string& strName = vecNames[i];
-            std::string strValue = "v" + std::to_string(i);
-            if (strName == "test.ignored") {
+            if (strName == "test.ignored")
                 strExpected += "IgnoreUserCfg: skip:[test.ignored]\n";
-            } else if (mapValue.count(strName) == 0) {
+            else if (mapValue.count(strName) == 0)
                 vecOrder.push_back(strName);
-                mapValue[strName] = strValue;
-            } else if (bSkip != 0) {
+            else if (bSkip != 0)
                 strExpected += "MergeLoadM7Model: skip repetition:[" + strName + "] \n";
-            } else {
-                mapValue[strName] = strValue;
-            }
+            if (strName != "test.ignored" && (bSkip == 0 || mapValue.count(strName) == 0))
+                mapValue[strName] = "v" + std::to_string(i);
         }
-        ::testing::internal::CaptureStdout();
-        EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/rep.cfg", bSkip, 0), 1);
-        EXPECT_EQ(::testing::internal::GetCapturedStdout(), strExpected) << "skip " << bSkip;
+        EXPECT_EQ(Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/rep.cfg", bSkip, 0), 1); }), strExpected);
         ASSERT_EQ(m7ItemList.Count(), vecOrder.size());
         EXPECT_EQ(m7ItemMap.Count(), vecOrder.size());
         size_t n = 0;
         for (CM7ListNode* pNode = m7ItemList.First(); pNode != m7ItemList.End(); pNode = pNode->pNext, ++n) {
             EXPECT_EQ(pNode->pItem->name.c_str(), vecOrder[n]);
-            EXPECT_EQ(Value(vecOrder[n].c_str()), mapValue[vecOrder[n]]) << vecOrder[n] << " skip " << bSkip;
+            EXPECT_EQ(Value(vecOrder[n]), mapValue[vecOrder[n]]) << vecOrder[n] << " skip " << bSkip;
         }
     }
 }

@@ -16,14 +16,18 @@ protected:
         Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = user\n");
         testutil::MakeParents(Real("/tmp/x"));
     }
-    testutil::ToolResult Reload(int nLparam, const std::string& strPath)
+    std::string Reload(int nLparam, const std::string& strPath)
     {
         std::vector<std::string> vecArgs{"send", "configServer", "0xd0003", "5", std::to_string(nLparam)};
-        if (!strPath.empty()) {
-            vecArgs.push_back("--text");
-            vecArgs.push_back(strPath);
-        }
-        return Msg(vecArgs);
+        if (!strPath.empty())
+            vecArgs.insert(vecArgs.end(), {"--text", strPath});
+        return Msg(vecArgs).strOut;
+    }
+    std::string Send(const std::string& strId, const std::vector<std::string>& vecMore = {})
+    {
+        std::vector<std::string> vecArgs{"send", "configServer", strId};
+        vecArgs.insert(vecArgs.end(), vecMore.begin(), vecMore.end());
+        return Msg(vecArgs).strOut;
     }
 };
 
@@ -32,7 +36,7 @@ const char kUploadRequest[] = "id=0xb020a wparam=0 lparam=0 size=0 data=\"\"\n";
 
 } // namespace
 
-TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBack)
+TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBackLparam1Inverts)
 {
     SetSwitches(1, 0);
     AutoServerListener listener(m_root.Path());
@@ -40,27 +44,22 @@ TEST_F(ReloadTest, Lparam0MergesWritesCopiesUploadsAndHandsBack)
     ASSERT_TRUE(service.Started());
     std::string strDelivered = "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 1\nnew.item = n\n";
     Write("/tmp/delivered.cfg", strDelivered);
-    EXPECT_EQ(Reload(0, "/tmp/delivered.cfg").strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"),
-              "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 1\nnew.item = n\n");
+    EXPECT_EQ(Reload(0, "/tmp/delivered.cfg"), "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strDelivered);
     EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = user\n");
     EXPECT_EQ(Read("/tmp/mac-locl-autop.cfg"), strDelivered);
     EXPECT_EQ(listener.Finish(), std::string(kUploadRequest) + kUpgradeLocal) << "the upload request comes first";
-    std::string strOut = service.Stdout();
-    EXPECT_NE(strOut.find("CConfigServer::OnReloadUserConfig:0, /tmp/delivered.cfg\n"), std::string::npos);
+    EXPECT_NE(service.Stdout().find("CConfigServer::OnReloadUserConfig:0, /tmp/delivered.cfg\n"), std::string::npos);
     EXPECT_NE(service.Stderr().find("OnReloadUserConfig[5][0][/tmp/delivered.cfg]"), std::string::npos);
-}
 
-TEST_F(ReloadTest, Lparam1InvertsAndPostsNothing)
-{
-    AutoServerListener listener(m_root.Path());
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    Write("/tmp/delivered.cfg", "test.invert = 1\ntest.both = 0\n");
-    EXPECT_EQ(Reload(1, "/tmp/delivered.cfg").strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = user\ntest.invert = 0\ntest.both = 1\n");
-    EXPECT_TRUE(Exists("/tmp/mac-locl-autop.cfg"));
-    EXPECT_EQ(listener.Finish(), "");
+    // lparam 1: inverted, copied, and nothing posted.
+    AutoServerListener second(m_root.Path());
+    Write("/tmp/inverted.cfg", "test.invert = 1\ntest.both = 0\n");
+    EXPECT_EQ(Reload(1, "/tmp/inverted.cfg"), "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = delivered\ntest.invert = 0\nnew.item = n\n"
+                                             "test.both = 1\n");
+    EXPECT_EQ(Read("/tmp/mac-locl-autop.cfg"), "test.invert = 1\ntest.both = 0\n");
+    EXPECT_EQ(second.Finish(), "");
 }
 
 TEST_F(ReloadTest, Lparam2MovesToTheMacNamedFile)
@@ -70,11 +69,11 @@ TEST_F(ReloadTest, Lparam2MovesToTheMacNamedFile)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     // Without the MAC-named file: not handled.
-    EXPECT_EQ(Reload(2, "").strOut, "0\n");
+    EXPECT_EQ(Reload(2, ""), "0\n");
     EXPECT_NE(service.Stderr().find("not found:[0a1b2c3d4e5f-local.cfg]"), std::string::npos);
 
     Write("/config/0a1b2c3d4e5f-local.cfg", "#!version:1.0.0.1\ntest.plain = mac\ntest.invert = 0\n");
-    EXPECT_EQ(Reload(2, "").strOut, "1\n");
+    EXPECT_EQ(Reload(2, ""), "1\n");
     EXPECT_NE(service.Stdout().find("change User Config Path = /config/0a1b2c3d4e5f-local.cfg\n"), std::string::npos);
     EXPECT_EQ(Read("/config/0a1b2c3d4e5f-local.cfg"), "#!version:1.0.0.1\ntest.plain = user\ntest.invert = 1\n")
         << "items already held win; new ones are inverted";
@@ -89,18 +88,18 @@ TEST_F(ReloadTest, Lparam3HandsBackWithOrWithoutProtection)
     std::string strModelBefore = Read("/config/mac-local.cfg");
     Write("/tmp/full.cfg", "test.plain = provisioned\nother = x\n");
     SetSwitches(1, 0);
-    EXPECT_EQ(Reload(3, "/tmp/full.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(3, "/tmp/full.cfg"), "1\n");
     EXPECT_TRUE(Exists("/tmp/full.cfg"));
     EXPECT_EQ(Read("/config/mac-local.cfg"), strModelBefore) << "the model is not touched";
 
     SetSwitches(1, 1);
-    EXPECT_EQ(Reload(3, "/tmp/full.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(3, "/tmp/full.cfg"), "1\n");
     EXPECT_FALSE(Exists("/tmp/full.cfg")) << "the delivered file is gone";
     EXPECT_EQ(Read("/tmp/mac-all-autop.cfg"), "#!version:1.0.0.1\n\ntest.plain=user\nother=x\n");
     EXPECT_NE(service.Stdout().find("conflict: test.plain = [provisioned]->[user]\n"), std::string::npos);
     SetSwitches(1, 2);
     Write("/tmp/full2.cfg", "a = b\n");
-    EXPECT_EQ(Reload(3, "/tmp/full2.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(3, "/tmp/full2.cfg"), "1\n");
     EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=14 data=\"/tmp/full.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=23 data=\"/tmp/mac-all-autop.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=15 data=\"/tmp/full2.cfg\\0\"\n")
@@ -114,15 +113,15 @@ TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
     ASSERT_TRUE(service.Started());
     std::string strUser = Read("/config/mac-local.cfg");
     Write("/tmp/binary.cfg", "PK\x03\x04 zip archive \xff\xfe\x01 data and more");
-    EXPECT_EQ(Reload(0, "/tmp/binary.cfg").strOut, "0\n") << "non-text: refused before anything else";
-    EXPECT_EQ(Reload(0, "/tmp/missing.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(0, "/tmp/binary.cfg"), "0\n") << "non-text: refused before anything else";
+    EXPECT_EQ(Reload(0, "/tmp/missing.cfg"), "1\n");
     EXPECT_NE(service.Stderr().find("failed to reload user config."), std::string::npos);
     testutil::MakeParents(Real("/tmp/adir/x"));
-    EXPECT_EQ(Reload(0, "/tmp/adir").strOut, "1\n");
+    EXPECT_EQ(Reload(0, "/tmp/adir"), "1\n");
     // Not terminated, and a size that stops inside the text.
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--hex", "2f746d702f6d697373"}).strOut, "1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--text", ""}).strOut, "1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "0", "--text", std::string(5000, 'p')}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0003", {"0", "0", "--hex", "2f746d702f6d697373"}), "1\n");
+    EXPECT_EQ(Send("0xd0003", {"0", "0", "--text", ""}), "1\n");
+    EXPECT_EQ(Send("0xd0003", {"0", "0", "--text", std::string(5000, 'p')}), "1\n");
     EXPECT_EQ(Read("/config/mac-local.cfg"), strUser);
     EXPECT_TRUE(service.Ping());
     EXPECT_EQ(listener.Finish(), "");
@@ -134,17 +133,17 @@ TEST_F(ReloadTest, UploadRequestRules)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     SetSwitches(0, 0);
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "0\n") << "switch off: not handled";
+    EXPECT_EQ(Send("0xd0001"), "0\n") << "switch off: not handled";
     SetSwitches(1, 0);
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "1\n") << "due since start";
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "0\n") << "not due any more";
+    EXPECT_EQ(Send("0xd0001"), "1\n") << "due since start";
+    EXPECT_EQ(Send("0xd0001"), "0\n") << "not due any more";
     Write("/tmp/d.cfg", "test.plain = changed\n");
-    EXPECT_EQ(Reload(1, "/tmp/d.cfg").strOut, "1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "0\n") << "two checks after one change: one request";
-    EXPECT_EQ(Reload(1, "/tmp/d.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(1, "/tmp/d.cfg"), "1\n");
+    EXPECT_EQ(Send("0xd0001"), "1\n");
+    EXPECT_EQ(Send("0xd0001"), "0\n") << "two checks after one change: one request";
+    EXPECT_EQ(Reload(1, "/tmp/d.cfg"), "1\n");
     ASSERT_EQ(std::remove(Real("/config/mac-local.cfg").c_str()), 0);
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0001"), "1\n");
     EXPECT_NE(service.Stderr().find("Not backup config file! [/config/mac-local.cfg]"), std::string::npos);
     EXPECT_EQ(listener.Finish(), std::string(kUploadRequest) + kUploadRequest);
 }
@@ -159,7 +158,7 @@ TEST_F(ReloadTest, UploadTimerChecksPeriodically)
     ASSERT_TRUE(service.Started());
     EXPECT_TRUE(listener.WaitFor(kUploadRequest, 5000)) << "the timer sends the request due since start";
     Write("/tmp/d.cfg", "test.plain = again\n");
-    EXPECT_EQ(Reload(1, "/tmp/d.cfg").strOut, "1\n");
+    EXPECT_EQ(Reload(1, "/tmp/d.cfg"), "1\n");
     EXPECT_TRUE(listener.WaitFor(std::string(kUploadRequest) + kUploadRequest, 5000));
 }
 
@@ -170,7 +169,7 @@ TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     SetSwitches(0, 0);
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0004"), "1\n");
     EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\ntest.plain = %NULL%\ntest.other = %NULL%\n");
     EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
     EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n")
@@ -182,7 +181,7 @@ TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
 
     // Again with an empty table: both files hold the header only, both messages still go.
     AutoServerListener second(m_root.Path());
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0004"), "1\n");
     EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\n");
     EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
     EXPECT_NE(second.Finish().find("id=0xb020a wparam=1"), std::string::npos);
@@ -192,14 +191,14 @@ TEST_F(ReloadTest, ExportRequestsAndTheirDefaultPaths)
 {
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "9", "2", "--text", "/tmp/never.cfg"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0006", {"9", "2", "--text", "/tmp/never.cfg"}), "1\n");
     EXPECT_FALSE(Exists("/tmp/never.cfg"));
     EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
     EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "0"}), "1\n");
     EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "1"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1"}), "1\n");
     EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "1", "--text", "/missing/dir/x.cfg"}).strOut, "1\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1", "--text", "/missing/dir/x.cfg"}), "1\n");
     EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }

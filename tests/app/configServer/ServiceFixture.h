@@ -1,7 +1,9 @@
 // A temporary system root with a small name map, switches and ignore list, for tests of the
-// service's flows, in process or with the real program.
+// service's flows, in process or with the real program; and the item table on such a root.
 #pragma once
 
+#include "ConfigServer.h"
+#include "M7Store.h"
 #include "ProcessHarness.h"
 #include "configParser.h"
 
@@ -15,23 +17,24 @@ protected:
     void SetUp() override
     {
         setenv("ETL_ROOT", m_root.Path().c_str(), 1);
-        Write("/phone/resource/configMap.xml",
-              "<configMap>\n"
-              " <item m7=\"account.{n+1}.label\" file=\"/config/voip/account{n}.cfg\" section=\"account\" key=\"Label\" range=\"0-3\"/>\n"
-              " <item m7=\"test.plain\" file=\"/config/t.ini\" section=\"S\" key=\"plain\"/>\n"
-              " <item m7=\"test.other\" file=\"/config/t.ini\" section=\"S\" key=\"other\"/>\n"
-              " <item m7=\"test.base0\" file=\"/config/t.ini\" section=\"S\" key=\"base0\" flags=\"0x800\"/>\n"
-              " <item m7=\"test.invert\" file=\"/config/t.ini\" section=\"S\" key=\"invert\" flags=\"0x1000\"/>\n"
-              " <item m7=\"test.both\" file=\"/config/t.ini\" section=\"S\" key=\"both\" flags=\"0x1800\"/>\n"
-              " <item m7=\"test.encrypt\" file=\"/config/t.ini\" section=\"S\" key=\"encrypt\" flags=\"0x1\"/>\n"
-              " <item m7=\"test.reboot\" file=\"/config/t.ini\" section=\"S\" key=\"reboot\" flags=\"0x2\"/>\n"
-              " <item m7=\"test.encreboot\" file=\"/config/t.ini\" section=\"S\" key=\"encreboot\" flags=\"0x3\"/>\n"
-              " <item m7=\"test.ignored\" file=\"/config/t.ini\" section=\"S\" key=\"ignored\"/>\n"
-              " <item m7=\"doc{n}.key\" file=\"/config/many/doc{n}.ini\" section=\"S\" key=\"k\" range=\"0-99\"/>\n"
-              " <config name=\"AutoProvisionCustomSync\" file=\"/config/switch.ini\" section=\"AP\" key=\"Sync\" default=\"1\"/>\n"
-              " <config name=\"AutoProvisionCustomProtect\" file=\"/config/switch.ini\" section=\"AP\" key=\"Protect\" default=\"0\"/>\n"
-              "</configMap>\n");
+        WriteMap("");
         Write("/phone/resource/autopIgnroeM7.xml", "<data><item M7=\"test.ignored\" length=\"0\"/></data>\n");
+    }
+
+    // The name map: the items every test shares, then strExtra (item lines), parsed afresh.
+    void WriteMap(const std::string& strExtra) const
+    {
+        std::string strMap = "<configMap>\n"
+            " <item m7=\"account.{n+1}.label\" file=\"/config/voip/account{n}.cfg\" section=\"account\" key=\"Label\" range=\"0-3\"/>\n"
+            " <item m7=\"doc{n}.key\" file=\"/config/many/doc{n}.ini\" section=\"S\" key=\"k\" range=\"0-99\"/>\n"
+            " <config name=\"AutoProvisionCustomSync\" file=\"/config/switch.ini\" section=\"AP\" key=\"Sync\" default=\"1\"/>\n"
+            " <config name=\"AutoProvisionCustomProtect\" file=\"/config/switch.ini\" section=\"AP\" key=\"Protect\" default=\"0\"/>\n";
+        const char* const kTestKeys[][2] = {{"plain", "0"}, {"other", "0"}, {"base0", "0x800"}, {"invert", "0x1000"},
+            {"both", "0x1800"}, {"encrypt", "0x1"}, {"reboot", "0x2"}, {"encreboot", "0x3"}, {"ignored", "0"}};
+        for (const auto& key : kTestKeys)
+            strMap += std::string(" <item m7=\"test.") + key[0] + "\" file=\"/config/t.ini\" section=\"S\" key=\"" + key[0] +
+                      "\" flags=\"" + key[1] + "\"/>\n";
+        Write("/phone/resource/configMap.xml", strMap + strExtra + "</configMap>\n");
         configParser_Reset();
     }
 
@@ -60,6 +63,39 @@ protected:
     }
 
     testutil::TempDir m_root;
+};
+
+// The item table, empty, with a service object on the root (not running).
+class ItemTableTest : public ServiceRootTest {
+protected:
+    void SetUp() override
+    {
+        ServiceRootTest::SetUp();
+        ClearM7Model();
+        ignoreM7List.Clear();
+        m_server.m_strUserCfgPath = "/config/user-local.cfg";
+        testutil::MakeParents(Real("/config/x"));
+        testutil::MakeParents(Real("/tmp/x"));
+    }
+    void TearDown() override
+    {
+        ClearM7Model();
+        ignoreM7List.Clear();
+        ServiceRootTest::TearDown();
+    }
+    std::string Value(const std::string& strName) const
+    {
+        CM7Item* pItem = FindM7Item(strName.c_str());
+        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
+    }
+    // Runs fn with standard output captured, and returns what it printed.
+    template <typename F> static std::string Printed(F fn)
+    {
+        ::testing::internal::CaptureStdout();
+        fn();
+        return ::testing::internal::GetCapturedStdout();
+    }
+    CConfigServer m_server;
 };
 
 // Starts "etlmsg listen autoServer" and waits until it is registered.

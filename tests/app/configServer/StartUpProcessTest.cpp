@@ -2,8 +2,7 @@
 // address, device library, ForceSync, legacy file), and the section watches.
 #include "ServiceFixture.h"
 
-#include <sys/stat.h>
-
+using testutil::CountOf;
 using testutil::Service;
 using testutil::ServiceOptions;
 
@@ -18,19 +17,19 @@ protected:
         EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"}).nExit, 0);
         return Read("/tmp/table.cfg");
     }
+    // In a network namespace of its own: esw0 with this address, or no interface for "".
+    static ServiceOptions Options(const std::string& strMac)
+    {
+        ServiceOptions options;
+        options.strHwMac = strMac;
+        options.bNoInterface = strMac.empty();
+        return options;
+    }
 };
 
 #define REQUIRE_NAMESPACES()                                                                                        \
     if (!testutil::NamespacesAvailable())                                                                           \
     GTEST_SKIP() << "network namespaces (unshare -n with a veth interface) are not available here"
-
-size_t Count(const std::string& strText, const std::string& strWhat)
-{
-    size_t n = 0;
-    for (size_t nPos = strText.find(strWhat); nPos != std::string::npos; nPos = strText.find(strWhat, nPos + 1))
-        ++n;
-    return n;
-}
 
 } // namespace
 
@@ -38,49 +37,36 @@ TEST_F(StartUpTest, HardwareAddressNamesTheUserFileInLowercase)
 {
     REQUIRE_NAMESPACES();
     Write("/config/0a1b2c3d4e5f-local.cfg", "#!version:1.0.0.1\ntest.plain = from hardware name\n");
-    ServiceOptions options;
-    options.strHwMac = "0A:1B:2C:3D:4E:5F";
-    Service service(m_root.Path(), options);
+    Service service(m_root.Path(), Options("0A:1B:2C:3D:4E:5F"));
     ASSERT_TRUE(service.Started()) << service.Stderr();
     EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg\n"), std::string::npos);
     EXPECT_EQ(service.Stderr().find("Invalid MAC Address"), std::string::npos);
     EXPECT_NE(ExportedTable().find("test.plain = from hardware name\n"), std::string::npos);
 }
 
-TEST_F(StartUpTest, AllZeroAddressWaitsForTheDeviceLibrary)
+TEST_F(StartUpTest, WithoutAddressTheDeviceLibraryDecides)
 {
     REQUIRE_NAMESPACES();
-    Write("/etc/device/mac", "000000000000\n");
-    ServiceOptions options;
-    options.bNoInterface = true;
-    options.bWaitReady = false;
-    Service service(m_root.Path(), options);
-    std::string strErrPath = service.Process().StderrPath();
     std::string strLine = "Invalid MAC Address... sleep 1s\n";
-    auto HasThree = [&] { return Count(testutil::ReadFile(strErrPath), strLine) >= 3; };
-    for (int i = 0; i < 1000 && !HasThree(); ++i)
-        usleep(5000);
-    ASSERT_TRUE(HasThree()) << service.Stderr();
-    Write("/etc/device/mac", "0a1b2c3d4e5f\n");
-    ASSERT_TRUE(service.WaitReady(10000));
-    EXPECT_EQ(Count(service.Stderr(), strLine), 3u);
-    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
-}
-
-TEST_F(StartUpTest, MissingOrEmptyMacFileEndsTheWait)
-{
-    REQUIRE_NAMESPACES();
-    for (bool bEmpty : {false, true}) {
-        if (bEmpty)
-            Write("/etc/device/mac", "");
-        ServiceOptions options;
-        options.bNoInterface = true;
-        Service service(m_root.Path(), options);
+    // Missing or empty: one try, then an empty name.
+    for (const char* szMac : {"<missing>", ""}) {
+        if (std::string(szMac) != "<missing>")
+            Write("/etc/device/mac", szMac);
+        Service service(m_root.Path(), Options(""));
         ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(Count(service.Stderr(), "Invalid MAC Address... sleep 1s"), 1u);
+        EXPECT_EQ(CountOf(service.Stderr(), strLine), 1u) << szMac;
         EXPECT_NE(service.Stderr().find("User Config Path = -local.cfg\n"), std::string::npos) << service.Stderr();
         EXPECT_EQ(service.Quit(0), 0);
     }
+    // All zero: it waits until the library has an address.
+    Write("/etc/device/mac", "000000000000\n");
+    ServiceOptions options = Options("");
+    options.bWaitReady = false;
+    Service service(m_root.Path(), options);
+    ASSERT_TRUE(testutil::WaitUntil([&] { return CountOf(service.Stderr(), strLine) >= 3; }, 20000)) << service.Stderr();
+    Write("/etc/device/mac", "0a1b2c3d4e5f\n");
+    ASSERT_TRUE(service.WaitReady(10000));
+    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
 }
 
 TEST_F(StartUpTest, ForceSyncAndMissingUserFile)
@@ -96,34 +82,26 @@ TEST_F(StartUpTest, ForceSyncAndMissingUserFile)
     EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
 }
 
-TEST_F(StartUpTest, LegacyFileAloneIsLoadedAndKept)
+TEST_F(StartUpTest, LegacyFileIsLoadedAloneOrMergedWinning)
 {
     REQUIRE_NAMESPACES();
     testutil::TempDir cwd;
     testutil::WriteFile(cwd.Join("mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = legacy\n");
-    ServiceOptions options;
-    options.strHwMac = "0a:1b:2c:3d:4e:5f";
+    ServiceOptions options = Options("0a:1b:2c:3d:4e:5f");
     options.strCwd = cwd.Path();
-    Service service(m_root.Path(), options);
-    ASSERT_TRUE(service.Started()) << service.Stderr();
-    EXPECT_NE(service.Stdout().find("find:[mac-local.cfg]\n"), std::string::npos);
-    EXPECT_NE(ExportedTable().find("test.plain = legacy\n"), std::string::npos);
-    EXPECT_TRUE(testutil::FileExists(cwd.Join("mac-local.cfg")));
-}
-
-TEST_F(StartUpTest, LegacyAndMacFileMergeWithLegacyWinning)
-{
-    REQUIRE_NAMESPACES();
-    testutil::TempDir cwd;
-    testutil::WriteFile(cwd.Join("mac-local.cfg"), "#!version:1.0.0.1\ntest.plain = legacy\n");
+    {
+        Service service(m_root.Path(), options);
+        ASSERT_TRUE(service.Started()) << service.Stderr();
+        EXPECT_NE(service.Stdout().find("find:[mac-local.cfg]\n"), std::string::npos);
+        EXPECT_NE(ExportedTable().find("test.plain = legacy\n"), std::string::npos);
+        EXPECT_EQ(service.Quit(0), 0);
+        EXPECT_TRUE(testutil::FileExists(cwd.Join("mac-local.cfg"))) << "alone, it is kept";
+    }
     testutil::WriteFile(cwd.Join("mac-local.cfg.bak"), "old backup\n");
     std::string strMacFile = "#!version:1.0.0.1\ntest.plain = mac file\ntest.other = only in mac file\n";
     Write("/config/0a1b2c3d4e5f-local.cfg", strMacFile);
     // ForceSync names the user file "mac-local.cfg", but the migrated file is still the MAC one.
     Write("/config/ForceSync.cfg", "");
-    ServiceOptions options;
-    options.strHwMac = "0a:1b:2c:3d:4e:5f";
-    options.strCwd = cwd.Path();
     Service service(m_root.Path(), options);
     ASSERT_TRUE(service.Started()) << service.Stderr();
     std::string strTable = ExportedTable();
@@ -165,8 +143,8 @@ TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
     EXPECT_EQ(listener.Finish(), "id=0xb0301 wparam=0 lparam=0 size=6 data=\"first\\0\"\n"
                                  "id=0xb0303 wparam=3 lparam=-3 size=0 data=\"\"\n");
     std::string strErr = service.Stderr();
-    EXPECT_EQ(Count(strErr, "sectionMonitor::OnSectionChanged  Begin\n"), 2u);
-    EXPECT_EQ(Count(strErr, "sectionMonitor::OnSectionChanged  End\n"), 2u);
+    EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  Begin\n"), 2u);
+    EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  End\n"), 2u);
     EXPECT_NE(strErr.find("sectionMonitor::StartMonitor End\n"), std::string::npos);
 }
 

@@ -1,8 +1,6 @@
 // Key layouts: converting selected keys into items, comparing layouts with their factory copies,
 // and the export of changed configuration that uses both.
-#include "ConfigServer.h"
 #include "KeyLayout.h"
-#include "M7Store.h"
 #include "ServiceFixture.h"
 
 #include <unistd.h>
@@ -13,12 +11,12 @@ const char* const kAttrs[] = {"type", "line", "value", "label", "extension", "xm
 const char* const kKeys[] = {"type", "itemdata::line", "itemdata::value", "itemdata::label", "itemdata::extension",
                              "itemdata::xml_phonebook", "itemdata::pickup_value"};
 
-class KeyLayoutTest : public ServiceRootTest {
+class KeyLayoutTest : public ItemTableTest {
 protected:
     void SetUp() override
     {
-        ServiceRootTest::SetUp();
-        std::string strMap = "<configMap>\n";
+        ItemTableTest::SetUp();
+        std::string strMap;
         auto AddSet = [&](const std::string& strName, const std::string& strFile, const std::string& strPrefix,
                           bool bLineFlag) {
             for (int i = 0; i < 7; ++i)
@@ -31,27 +29,10 @@ protected:
         AddSet("exp5", "/config/data/expkey5.xml", "dsskey", true);
         AddSet("expminus", "/config/data/expkey-1.xml", "dsskey", true);
         AddSet("exp3", "/config/data/expkey3.xml", "dsskey", true);
-        strMap += " <item m7=\"test.plain\" file=\"/config/t.ini\" section=\"S\" key=\"plain\"/>\n"
-                  " <item m7=\"test.other\" file=\"/config/t.ini\" section=\"S\" key=\"other\"/>\n"
-                  " <item m7=\"test.base0\" file=\"/config/t.ini\" section=\"S\" key=\"base0\" flags=\"0x800\"/>\n"
-                  " <item m7=\"test.invert\" file=\"/config/t.ini\" section=\"S\" key=\"invert\" flags=\"0x1000\"/>\n"
-                  " <item m7=\"test.both\" file=\"/config/t.ini\" section=\"S\" key=\"both\" flags=\"0x1800\"/>\n"
-                  " <item m7=\"test.encrypt\" file=\"/config/t.ini\" section=\"S\" key=\"encrypt\" flags=\"0x1\"/>\n"
-                  " <item m7=\"test.reboot\" file=\"/config/t.ini\" section=\"S\" key=\"reboot\" flags=\"0x2\"/>\n"
-                  " <item m7=\"phone_setting.phone_lock.unlock_pin\" file=\"/config/t.ini\" section=\"Lock\" key=\"PIN\"/>\n"
-                  " <item m7=\"test.newsection\" file=\"/config/t.ini\" section=\"New\" key=\"k\"/>\n"
-                  " <item m7=\"sub.key\" file=\"/config/sub/s.cfg\" section=\"S\" key=\"k\"/>\n"
-                  "</configMap>\n";
-        Write("/phone/resource/configMap.xml", strMap);
-        configParser_Reset();
-        ClearM7Model();
-        m_server.m_strUserCfgPath = "/config/user-local.cfg";
-        testutil::MakeParents(Real("/tmp/x"));
-    }
-    void TearDown() override
-    {
-        ClearM7Model();
-        ServiceRootTest::TearDown();
+        WriteMap(strMap +
+                 " <item m7=\"phone_setting.phone_lock.unlock_pin\" file=\"/config/t.ini\" section=\"Lock\" key=\"PIN\"/>\n"
+                 " <item m7=\"test.newsection\" file=\"/config/t.ini\" section=\"New\" key=\"k\"/>\n"
+                 " <item m7=\"sub.key\" file=\"/config/sub/s.cfg\" section=\"S\" key=\"k\"/>\n");
     }
 
     static std::string Key(const std::string& strType, const std::string& strItemdata)
@@ -70,17 +51,10 @@ protected:
             strXml += Key("15", Data("0", strLabelPrefix + std::to_string(i)));
         return strXml + "</" + strRoot + ">";
     }
-    std::string Value(const std::string& strName)
-    {
-        CM7Item* pItem = FindM7Item(strName.c_str());
-        return pItem != nullptr ? pItem->value.c_str() : "<absent>";
-    }
     int Convert(std::vector<unsigned char>& vecSelection, uint32_t nKeySet, int32_t nModule = 0)
     {
         return m_server.LoadKeyLayoutToM7(vecSelection.data(), static_cast<int>(vecSelection.size()), nKeySet, nModule);
     }
-
-    CConfigServer m_server;
 };
 
 } // namespace
@@ -94,42 +68,33 @@ TEST_F(KeyLayoutTest, ConversionOfSelectedKeys)
     EXPECT_EQ(Convert(vecSelection, 0), 1) << "a first zero byte converts nothing, and still succeeds";
     EXPECT_EQ(m7ItemList.Count(), 0u);
     EXPECT_EQ(vecSelection, (std::vector<unsigned char>{0, 1, 2}));
-
     vecSelection = {2, 2, 0, 1};
     EXPECT_EQ(Convert(vecSelection, 7), 1) << "key set 7 reads linekey.xml";
     EXPECT_EQ(vecSelection, (std::vector<unsigned char>{255, 255, 0, 1})) << "bytes after a zero are not read";
-    EXPECT_EQ(Value("linekey.2.type"), "16");
-    EXPECT_EQ(Value("linekey.2.line"), "0") << "-1 counted from 0 is 0";
-    EXPECT_EQ(Value("linekey.2.label"), "") << "an empty attribute sets empty text";
     EXPECT_EQ(Value("linekey.1.type"), "<absent>");
-
     vecSelection = {3, 1};
     EXPECT_EQ(Convert(vecSelection, 0), 1);
-    EXPECT_EQ(Value("linekey.3.type"), "17");
-    EXPECT_EQ(Value("linekey.3.line"), "0") << "no itemdata: line reads -1";
-    EXPECT_EQ(Value("linekey.3.value"), "");
-    EXPECT_EQ(Value("linekey.1.line"), "1");
-    EXPECT_EQ(Value("linekey.1.label"), "first");
-    EXPECT_EQ(Value("linekey.4.type"), "<absent>") << "keys not named stay as they are";
-}
+    // -1 counted from 0 is 0, and so is a missing itemdata; an empty attribute sets empty text.
+    const char* const kValues[][2] = {{"linekey.2.type", "16"}, {"linekey.2.line", "0"}, {"linekey.2.label", ""},
+                                      {"linekey.3.type", "17"}, {"linekey.3.line", "0"}, {"linekey.3.value", ""},
+                                      {"linekey.1.line", "1"},  {"linekey.1.label", "first"}, {"linekey.4.type", "<absent>"}};
+    for (const auto& v : kValues)
+        EXPECT_EQ(Value(v[0]), v[1]) << v[0];
 
-TEST_F(KeyLayoutTest, IndexesCountEverySiblingAndByte255)
-{
-    Write("/config/data/programkey.xml", "<programkey>" + Key("1", Data("0", "a")) + "visible text" +
-                                             "<other/>" + Key("2", Data("5", "b")) + "</programkey>");
-    std::vector<unsigned char> vecSelection{4};
+    // Text and other elements take indexes of their own; no base-0 flag: the line as written.
+    Write("/config/data/programkey.xml", "<programkey>" + Key("1", Data("0", "a")) + "visible text" + "<other/>" +
+                                             Key("2", Data("5", "b")) + "</programkey>");
+    vecSelection = {4};
     EXPECT_EQ(Convert(vecSelection, 3), 1);
-    EXPECT_EQ(Value("programablekey.4.type"), "2") << "text and other elements take indexes of their own";
-    EXPECT_EQ(Value("programablekey.4.line"), "5") << "no base-0 flag: text unchanged";
-
+    EXPECT_EQ(Value("programablekey.4.type"), "2");
+    EXPECT_EQ(Value("programablekey.4.line"), "5");
     Write("/config/data/linekey.xml", Layout("dsskey", 256));
     vecSelection = {255};
     EXPECT_EQ(Convert(vecSelection, 0), 1);
     EXPECT_EQ(Value("linekey.255.label"), "L254");
-
     Write("/config/data/expkey5.xml", Layout("dsskey", 2));
     Write("/config/data/expkey-1.xml", Layout("dsskey", 2, "M"));
-    vecSelection = {1};
+    vecSelection = {1, 2};
     EXPECT_EQ(Convert(vecSelection, 2, 5), 1);
     EXPECT_EQ(Value("exp5.1.label"), "L0");
     vecSelection = {2};
@@ -142,45 +107,42 @@ TEST_F(KeyLayoutTest, ConversionFailuresAndTheMessage)
     std::vector<unsigned char> vecSelection{1};
     EXPECT_EQ(m_server.LoadKeyLayoutToM7(nullptr, 3, 0, 0), 0);
     EXPECT_EQ(m_server.LoadKeyLayoutToM7(vecSelection.data(), 0, 0, 0), 0);
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(Convert(vecSelection, 1), 0);
-    Write("/config/data/linekey.xml", "not xml <");
-    EXPECT_EQ(Convert(vecSelection, 0), 0);
-    Write("/config/data/linekey.xml", "<programkey/>");
-    EXPECT_EQ(Convert(vecSelection, 0), 0);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "Load failed:[/config/data/memkey.xml]Load failed:[/config/data/linekey.xml]Get Node [dsskey] failed!\n");
+    std::string strOut = Printed([&] {
+        EXPECT_EQ(Convert(vecSelection, 1), 0);
+        for (const char* szBad : {"not xml <", "<programkey/>"}) {
+            Write("/config/data/linekey.xml", szBad);
+            EXPECT_EQ(Convert(vecSelection, 0), 0) << szBad;
+        }
+    });
+    EXPECT_EQ(strOut, "Load failed:[/config/data/memkey.xml]Load failed:[/config/data/linekey.xml]"
+                      "Get Node [dsskey] failed!\n");
 
     // The message: no extra data is not handled and writes nothing; a zero list rewrites the file.
     ETL_MsgQueueHelper::msgObject empty(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, nullptr, 0);
     EXPECT_EQ(m_server.TryThreadMessage(empty), 0);
     EXPECT_FALSE(Exists("/config/user-local.cfg"));
     Write("/config/data/linekey.xml", Layout("dsskey", 3));
-    unsigned char zero[2] = {0, 3};
+    unsigned char zero[2] = {0, 3}, two[1] = {2};
     ETL_MsgQueueHelper::msgObject none(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, zero, 2);
     EXPECT_EQ(m_server.TryThreadMessage(none), 1);
     EXPECT_EQ(Read("/config/user-local.cfg"), "#!version:1.0.0.1\n");
-    unsigned char two[1] = {2};
     ETL_MsgQueueHelper::msgObject one(CONFIG_MSG_CONVERT_KEY_LAYOUT, 0, 0, two, 1);
     EXPECT_EQ(m_server.TryThreadMessage(one), 1);
-    EXPECT_NE(Read("/config/user-local.cfg").find("linekey.2.label = L1\n"), std::string::npos);
-    EXPECT_NE(Read("/config/user-local.cfg").find("linekey.2.line = 1\n"), std::string::npos);
+    EXPECT_NE(Read("/config/user-local.cfg").find("linekey.2.line = 1\nlinekey.2.value = v\nlinekey.2.label = L1\n"),
+              std::string::npos);
 }
 
 TEST_F(KeyLayoutTest, ComparisonWithTheFactoryCopy)
 {
-    std::string strPath = Real("/tmp/keys.out");
     auto Compare = [&](uint32_t nKeySet, int32_t nModule) {
-        FILE* pFile = fopen(strPath.c_str(), "w+");
+        FILE* pFile = fopen(Real("/tmp/keys.out").c_str(), "w+");
         ExportChangedKeyLayout(pFile, nKeySet, nModule);
         fclose(pFile);
-        return testutil::ReadFile(strPath);
+        return Read("/tmp/keys.out");
     };
     Write("/config/data/linekey.xml", Layout("dsskey", 3));
     Write("/phone/factory/data/linekey.xml", Layout("dsskey", 3));
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(Compare(0, -1), "");
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Compare(0, -1), ""); }),
               "cmp:[/config/data/linekey.xml] [/phone/factory/data/linekey.xml]\n");
 
     // Only pickup_value differs: all seven mapped lines of the key, in lookup order.
@@ -199,14 +161,8 @@ TEST_F(KeyLayoutTest, ComparisonWithTheFactoryCopy)
     std::string strOut = Compare(3, -1);
     EXPECT_NE(strOut.find("programablekey.10.line = 0\n"), std::string::npos);
     EXPECT_EQ(strOut.find("programablekey.11."), std::string::npos);
-    Write("/config/data/programkey.xml", Layout("programkey", 12, "C"));
-    Write("/phone/factory/data/programkey.xml", Layout("programkey", 10, "F"));
-    EXPECT_EQ(Compare(3, -1), strOut);
-
     Write("/config/data/expkey3.xml", Layout("dsskey", 2));
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(Compare(2, 3), "");
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Load failed:[/phone/factory/data/expkey3.xml]");
+    EXPECT_EQ(Printed([&] { EXPECT_EQ(Compare(2, 3), ""); }), "Load failed:[/phone/factory/data/expkey3.xml]");
 }
 
 TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
@@ -216,41 +172,30 @@ TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
     Write("/phone/factory/t.ini", "[S]\nplain = 1\nother = 1\nbase0 = 1\ninvert = 0\nboth = 1\nencrypt = y\nreboot = 0\n"
                                   "[Lock]\nPIN = 0000\n");
     Write("/config/sub/s.cfg", "[S]\nk = changed\n");
-    Write("/config/notwin.cfg", "[S]\nplain = x\n");
-    Write("/config/noext", "[S]\nplain = x\n");
-    Write("/config/ignored.txt", "[S]\nplain = x\n");
+    for (const char* szName : {"/config/notwin.cfg", "/config/noext", "/config/ignored.txt"})
+        Write(szName, "[S]\nplain = x\n");
     ASSERT_EQ(symlink(Real("/config/t.ini").c_str(), Real("/config/link.cfg").c_str()), 0);
     Write("/config/" + std::string(240, 'd') + "/deep/x.cfg", "[S]\nk = 1\n");
     Write("/phone/factory/" + std::string(240, 'd') + "/deep/x.cfg", "[S]\nk = 2\n");
     Write("/phone/factory/link.cfg", "[S]\nplain = 1\n");
     Write("/phone/factory/noext", "");
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(m_server.OnExportAllChangedConfig("/tmp/all.cfg"), 1);
-    std::string strOut = ::testing::internal::GetCapturedStdout();
+    std::string strOut = Printed([&] { EXPECT_EQ(m_server.OnExportAllChangedConfig("/tmp/all.cfg"), 1); });
     std::string strFile = Read("/tmp/all.cfg");
     EXPECT_EQ(strFile.substr(0, 18), "#!version:1.0.0.1\n");
-    EXPECT_EQ(strFile.find("test.plain"), std::string::npos) << "?1 against 1 is not a change";
-    EXPECT_NE(strFile.find("test.other = ?2\n"), std::string::npos);
-    EXPECT_NE(strFile.find("test.base0 = 1\n"), std::string::npos);
-    EXPECT_NE(strFile.find("test.invert = 0\n"), std::string::npos);
-    EXPECT_NE(strFile.find("test.both = 0\n"), std::string::npos);
-    EXPECT_EQ(strFile.find("test.encrypt"), std::string::npos);
-    EXPECT_NE(strFile.find("test.reboot = 9\n"), std::string::npos) << "reboot items are exported here";
-    EXPECT_EQ(strFile.find("unlock_pin"), std::string::npos);
-    EXPECT_NE(strFile.find("test.newsection = %NULL%\n"), std::string::npos) << "a section missing from the twin";
-    EXPECT_EQ(strFile.find("sub.key"), std::string::npos);
-    EXPECT_NE(strOut.find("getname faile, name:[/config/t.ini] S, unmapped\n"), std::string::npos);
-    EXPECT_NE(strOut.find("dir /phone/factory//sub not found!\n"), std::string::npos) << strOut;
-    EXPECT_NE(strOut.find("Not regular file [/config/link.cfg]. Skiped.\n"), std::string::npos);
-    EXPECT_NE(strOut.find("test.other = ?2\n"), std::string::npos) << "every line is echoed";
-    EXPECT_NE(strOut.find("Path too long"), std::string::npos);
+    // "?1" against 1 is no change; encrypted items and the PIN never leave; reboot items do here.
+    for (const char* szAbsent : {"test.plain", "test.encrypt", "unlock_pin", "sub.key"})
+        EXPECT_EQ(strFile.find(szAbsent), std::string::npos) << szAbsent;
+    for (const char* szLine : {"test.other = ?2\n", "test.base0 = 1\n", "test.invert = 0\n", "test.both = 0\n",
+                               "test.reboot = 9\n", "test.newsection = %NULL%\n"})
+        EXPECT_NE(strFile.find(szLine), std::string::npos) << szLine;
+    for (const char* szLine : {"getname faile, name:[/config/t.ini] S, unmapped\n", "dir /phone/factory//sub not found!\n",
+                               "Not regular file [/config/link.cfg]. Skiped.\n", "test.other = ?2\n", "Path too long"})
+        EXPECT_NE(strOut.find(szLine), std::string::npos) << szLine;
 
     // Identical trees: the header and nothing else.
     Write("/phone/factory/t.ini", Read("/config/t.ini"));
     ASSERT_EQ(unlink(Real("/config/link.cfg").c_str()), 0);
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(m_server.OnExportAllChangedConfig(nullptr), 1);
-    (void)::testing::internal::GetCapturedStdout();
+    (void)Printed([&] { EXPECT_EQ(m_server.OnExportAllChangedConfig(nullptr), 1); });
     EXPECT_EQ(Read("/tmp/all_config.cfg"), "#!version:1.0.0.1\n");
     EXPECT_EQ(m_server.OnExportAllChangedConfig("/nodir/x.cfg"), 0);
 }

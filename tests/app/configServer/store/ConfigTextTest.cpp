@@ -1,11 +1,8 @@
 // The configuration text: how lines split into names and values, where reading stops, how lines
 // are written, and which files count as not being text.
 #include "ConfigText.h"
-#include "ProcessHarness.h"
+#include "ServiceFixture.h"
 
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -13,14 +10,11 @@ using ETL_StringHelper::chStringA;
 
 namespace {
 
-class ConfigTextTest : public ::testing::Test {
+class ConfigTextTest : public ServiceRootTest {
 protected:
-    void SetUp() override { setenv("ETL_ROOT", m_root.Path().c_str(), 1); }
-    void TearDown() override { unsetenv("ETL_ROOT"); }
-
     std::vector<std::pair<std::string, std::string>> ReadAll(const std::string& strContent)
     {
-        testutil::WriteFile(m_root.Join("/tmp/in.cfg"), strContent);
+        Write("/tmp/in.cfg", strContent);
         std::vector<std::pair<std::string, std::string>> vecItems;
         CM7LineReader reader;
         EXPECT_NE(reader.Open("/tmp/in.cfg"), 0);
@@ -29,14 +23,6 @@ protected:
             vecItems.emplace_back(strName.c_str(), strValue.c_str());
         return vecItems;
     }
-
-    int Sniff(const std::string& strContent)
-    {
-        testutil::WriteFile(m_root.Join("/tmp/sniff"), strContent);
-        return IsNonTextConfigFile("/tmp/sniff");
-    }
-
-    testutil::TempDir m_root;
 };
 
 typedef std::vector<std::pair<std::string, std::string>> Items;
@@ -89,7 +75,7 @@ TEST_F(ConfigTextTest, SectionLineEndsTheTextAndMarksAreKept)
 
     CM7LineReader reader;
     EXPECT_EQ(reader.Open("/tmp/missing.cfg"), 0);
-    testutil::MakeParents(m_root.Join("/tmp/dir.cfg/x"));
+    testutil::MakeParents(Real("/tmp/dir.cfg/x"));
     EXPECT_EQ(reader.Open("/tmp/dir.cfg"), 0) << "a directory is not a configuration text";
 }
 
@@ -104,32 +90,26 @@ TEST_F(ConfigTextTest, LineWriterLineFeedRule)
     Line("c", "x", true);
     Line("d", "ends\n", false);
     Line("e", "ends\n\r\r", false);
-    size_t nLastStart = strLines.size();
     Line("f", "cr\r", false);
     EXPECT_EQ(strLines, "a = 1\nb = %NULL%\nc = %NULL%\nd = ends\ne = ends\n\r\rf = cr\r\n");
-
-    // A failed write names the last line of what could not be written.
-    std::string strPath = m_root.Join("/tmp/out.cfg");
-    testutil::WriteFile(strPath, "");
-    FILE* pFile = fopen(strPath.c_str(), "r"); // writes to a read-only stream fail
-    ASSERT_NE(pFile, nullptr);
-    std::string strLast;
-    EXPECT_FALSE(FlushLines(pFile, strLines, nLastStart, strLast));
-    EXPECT_EQ(strLast, "f = cr\r");
-    EXPECT_TRUE(strLines.empty());
-    fclose(pFile);
 }
 
 TEST_F(ConfigTextTest, NonTextSniffing)
 {
     EXPECT_EQ(IsNonTextConfigFile(nullptr), 1);
     EXPECT_EQ(IsNonTextConfigFile("/tmp/does-not-exist"), 0);
-    EXPECT_EQ(Sniff(std::string(22, '\xff')), 0) << "22 bytes: too short to judge";
-    EXPECT_EQ(Sniff("#comment \xff\xfe and more bytes"), 0);
-    EXPECT_EQ(Sniff("abcdefghij\xff" "klmnopqrstuvwxyz"), 1);
-    EXPECT_EQ(Sniff("\xEF\xBB\xBF;comment \xff and more text"), 0);
-    EXPECT_EQ(Sniff("\n#comment \xff more bytes here"), 1) << "a line feed clears the start";
-    EXPECT_EQ(Sniff(" \t\r#x \xff\xff\xff more bytes here"), 0) << "blanks keep the start";
-    EXPECT_EQ(Sniff("plain = text, nothing odd here"), 0);
-    EXPECT_EQ(Sniff(std::string(20, 'a') + "\xff\xff\xff"), 0) << "only the first 20 bytes count";
+    const std::pair<std::string, int> kCases[] = {
+        {std::string(22, '\xff'), 0},                        // too short to judge
+        {"#comment \xff\xfe and more bytes", 0},
+        {"abcdefghij\xff" "klmnopqrstuvwxyz", 1},
+        {"\xEF\xBB\xBF;comment \xff and more text", 0},
+        {"\n#comment \xff more bytes here", 1},                // a line feed clears the start
+        {" \t\r#x \xff\xff\xff more bytes here", 0},          // blanks keep the start
+        {"plain = text, nothing odd here", 0},
+        {std::string(19, 'a') + "\xff\xff\xff\xff", 1},
+        {std::string(20, 'a') + "\xff\xff\xff", 0}};         // only the first 20 bytes count
+    for (const auto& c : kCases) {
+        Write("/tmp/sniff", c.first);
+        EXPECT_EQ(IsNonTextConfigFile("/tmp/sniff"), c.second) << c.first;
+    }
 }

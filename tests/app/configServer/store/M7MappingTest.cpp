@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -17,17 +18,14 @@ std::string Convert(const char* szValue, uint32_t nFlags)
 
 TEST(M7Mapping, RegistryToItemConversions)
 {
-    EXPECT_EQ(Convert("0", ATTR_BASE0), "1");
-    EXPECT_EQ(Convert("abc", ATTR_BASE0), "1");
-    EXPECT_EQ(Convert("7", 0), "7");
-    EXPECT_EQ(Convert("0", ATTR_INVERT), "1");
-    EXPECT_EQ(Convert("1", ATTR_INVERT), "0");
-    EXPECT_EQ(Convert("5", ATTR_INVERT), "0");
-    EXPECT_EQ(Convert("-1", ATTR_INVERT), "0");
-    EXPECT_EQ(Convert("xyz", ATTR_INVERT), "1") << "no number reads as 0";
-    EXPECT_EQ(Convert("0", ATTR_BASE0 | ATTR_INVERT), "0");
-    EXPECT_EQ(Convert("-1", ATTR_BASE0 | ATTR_INVERT), "1");
-    EXPECT_EQ(Convert(" 12abc", ATTR_BASE0), "13") << "read as strtol reads";
+    // strtol's reading: no number is 0, leading blanks and trailing letters are passed over.
+    const std::tuple<const char*, uint32_t, const char*> kCases[] = {
+        {"0", ATTR_BASE0, "1"},    {"abc", ATTR_BASE0, "1"},   {"7", 0, "7"},
+        {"0", ATTR_INVERT, "1"},   {"1", ATTR_INVERT, "0"},    {"5", ATTR_INVERT, "0"},
+        {"-1", ATTR_INVERT, "0"},  {"xyz", ATTR_INVERT, "1"},  {"0", ATTR_BASE0 | ATTR_INVERT, "0"},
+        {"-1", ATTR_BASE0 | ATTR_INVERT, "1"}, {" 12abc", ATTR_BASE0, "13"}};
+    for (const auto& c : kCases)
+        EXPECT_EQ(Convert(std::get<0>(c), std::get<1>(c)), std::get<2>(c)) << std::get<0>(c) << " " << std::get<1>(c);
     EXPECT_STREQ(SkipReasonText(0x1), "ATTR_ENCRYPT");
     EXPECT_STREQ(SkipReasonText(0x801), "ATTR_ENCRYPT");
     EXPECT_STREQ(SkipReasonText(0x2), "ATTR_REBOOT");
