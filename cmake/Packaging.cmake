@@ -42,7 +42,7 @@ if(CMAKE_CROSSCOMPILING)
   # libraries they link are declared here (scripts/package-test.sh checks them against
   # dpkg-shlibdeps run for armhf).
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libpugixml1v5 (>= 1.4), libstdc++6 (>= 12)")
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libpugixml1v5 (>= 1.6), libstdc++6 (>= 12)")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
