@@ -14,6 +14,8 @@
 #include <ftw.h>
 #include <sstream>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -22,15 +24,7 @@
 namespace testutil {
 
 namespace {
-
-int RemoveEntry(const char* szPath, const struct stat*, int, struct FTW*)
-{
-    (void)remove(szPath);
-    return 0;
-}
-
 std::atomic<int> g_nSerial{0};
-
 } // namespace
 
 TempDir::TempDir()
@@ -45,7 +39,8 @@ TempDir::~TempDir()
     // Make read-only folders of a test removable first.
     std::string strCmd = "chmod -R u+rwx '" + m_strPath + "' 2>/dev/null";
     (void)system(strCmd.c_str());
-    nftw(m_strPath.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+    nftw(m_strPath.c_str(), [](const char* szPath, const struct stat*, int, struct FTW*) { (void)remove(szPath); return 0; },
+         16, FTW_DEPTH | FTW_PHYS);
 }
 
 std::string TempDir::Join(const std::string& strSub) const
@@ -56,9 +51,7 @@ std::string TempDir::Join(const std::string& strSub) const
 std::string ReadFile(const std::string& strPath)
 {
     std::ifstream in(strPath, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void MakeParents(const std::string& strPath)
@@ -72,8 +65,7 @@ void MakeParents(const std::string& strPath)
 void WriteFile(const std::string& strPath, const std::string& strContent)
 {
     MakeParents(strPath);
-    std::ofstream out(strPath, std::ios::binary | std::ios::trunc);
-    out << strContent;
+    std::ofstream(strPath, std::ios::binary | std::ios::trunc) << strContent;
 }
 
 bool FileExists(const std::string& strPath)
@@ -107,20 +99,17 @@ bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& 
         std::vector<std::string> vecPrefix = EmulatorPrefix();
         vecArgs.insert(vecArgs.begin(), vecPrefix.begin(), vecPrefix.end());
     }
-    int nSerial = ++g_nSerial;
-    m_strOut = strOutDir + "/child" + std::to_string(nSerial) + ".out";
-    m_strErr = strOutDir + "/child" + std::to_string(nSerial) + ".err";
+    std::string strStem = strOutDir + "/child" + std::to_string(++g_nSerial);
+    m_strOut = strStem + ".out";
+    m_strErr = strStem + ".err";
     m_nStatus = -1;
     pid_t pid = fork();
     if (pid < 0)
         return false;
     if (pid == 0) {
-        int fdOut = open(m_strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int fdErr = open(m_strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int fdNull = open("/dev/null", O_RDONLY);
-        dup2(fdNull, 0);
-        dup2(fdOut, 1);
-        dup2(fdErr, 2);
+        dup2(open("/dev/null", O_RDONLY), 0);
+        dup2(open(m_strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+        dup2(open(m_strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
         if (!strCwd.empty() && chdir(strCwd.c_str()) != 0)
             _exit(126);
         setenv("ETL_ROOT", strRoot.c_str(), 1);
@@ -143,10 +132,8 @@ bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& 
 
 int Child::Wait(int nTimeoutMs)
 {
-    if (m_nStatus >= 0)
-        return m_nStatus;
-    if (m_pid <= 0)
-        return -1;
+    if (m_nStatus >= 0 || m_pid <= 0)
+        return m_pid <= 0 ? -1 : m_nStatus;
     int nStatus = 0;
     if (!WaitUntil([&] { return waitpid(m_pid, &nStatus, WNOHANG) == m_pid; }, nTimeoutMs))
         return -1;
@@ -171,11 +158,8 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
     if (!child.Start(vecArgs, strRoot, outDir.Path()))
         return result;
     result.nExit = child.Wait(nTimeoutMs);
-    if (result.nExit < 0) {
-        child.Signal(SIGKILL);
-        (void)child.Wait(5000);
-        result.nExit = -1;
-    }
+    if (result.nExit < 0)
+        child.Signal(SIGKILL); // the destructor reaps it
     result.strOut = child.Stdout();
     result.strErr = child.Stderr();
     return result;
@@ -184,13 +168,12 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
 bool WaitUntil(const std::function<bool()>& fnDone, int nTimeoutMs)
 {
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs);
-    for (;;) {
-        if (fnDone())
-            return true;
+    while (!fnDone()) {
         if (std::chrono::steady_clock::now() >= tEnd)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    return true;
 }
 
 bool WaitForText(const std::string& strPath, const std::string& strText, int nTimeoutMs)
@@ -219,16 +202,47 @@ ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& ve
 
 bool NamespacesAvailable()
 {
-    static const bool s_bAvailable =
-        system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1") == 0;
-    return s_bAvailable;
+    static const bool s_b = system("unshare -n sh -c 'ip link add esw0 type veth peer name x0' >/dev/null 2>&1") == 0;
+    return s_b;
 }
 
 bool MountNamespacesAvailable()
 {
-    static const bool s_bAvailable =
+    static const bool s_b =
         system("unshare -m sh -c 'mount --bind /tmp /tmp && mount -o remount,bind,ro /tmp' >/dev/null 2>&1") == 0;
-    return s_bAvailable;
+    return s_b;
+}
+
+bool SlowBuild()
+{
+#if defined(__SANITIZE_ADDRESS__)
+    return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    return true;
+#endif
+#endif
+    return !EmulatorPrefix().empty();
+}
+
+std::string ItemText(long nItems, const std::string& strValue)
+{
+    std::string strText = "#!version:1.0.0.1\n";
+    for (long i = 0; i < nItems; ++i)
+        strText += "item." + std::to_string(i) + " = " + strValue + "\n";
+    return strText;
+}
+
+bool SendRaw(const std::string& strSocket, const std::string& strBytes)
+{
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, strSocket.c_str(), sizeof(addr.sun_path) - 1);
+    bool bSent = sendto(fd, strBytes.data(), strBytes.size(), 0, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) ==
+                 static_cast<ssize_t>(strBytes.size());
+    (void)close(fd);
+    return bSent;
 }
 
 Service::Service(const std::string& strRoot, const ServiceOptions& options)

@@ -102,6 +102,12 @@ bool MountNamespacesAvailable();
 
 // True when this machine lets a test make a network namespace with a veth interface.
 bool NamespacesAvailable();
+// Under an emulator or a sanitizer everything runs many times slower: loops run shorter.
+bool SlowBuild();
+// A user file of nItems lines "item.N = strValue" under the version header.
+std::string ItemText(long nItems, const std::string& strValue);
+// One raw datagram to a socket path.
+bool SendRaw(const std::string& strSocket, const std::string& strBytes);
 
 // The service under a root, started and answering ping; quits it when destroyed.
 class Service {

@@ -3,6 +3,7 @@
 #include "ProcessHarness.h"
 #include "configParser.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
@@ -80,13 +81,10 @@ TEST(ConfigMapIndexTest, LookupsAgreeWithAPlainWalk)
     size_t nFound = 0;
     for (const RefEntry& entry : vecRef) {
         for (const std::string& strKey : {entry.strKey, entry.strKey + "0", entry.strKey.substr(1)}) {
-            const RefEntry* pByPath = nullptr;
-            for (const RefEntry& other : vecRef) {
-                if (other.strFile == entry.strFile && other.strSection == entry.strSection && other.strKey == strKey) {
-                    pByPath = &other;
-                    break;
-                }
-            }
+            auto itByPath = std::find_if(vecRef.begin(), vecRef.end(), [&](const RefEntry& other) {
+                return other.strFile == entry.strFile && other.strSection == entry.strSection && other.strKey == strKey;
+            });
+            const RefEntry* pByPath = itByPath != vecRef.end() ? &*itByPath : nullptr;
             char szName[128] = "untouched";
             int nFlags = -1;
             int nResult = get_config_name_by_path(entry.strFile.c_str(), entry.strSection.c_str(), strKey.c_str(), szName,
@@ -97,16 +95,10 @@ TEST(ConfigMapIndexTest, LookupsAgreeWithAPlainWalk)
             nFound += pByPath != nullptr ? 1 : 0;
         }
         for (const std::string& strName : {entry.strName, entry.strName + "x"}) {
-            const RefEntry* pByName = nullptr;
-            for (const RefEntry& other : vecRef) {
-                if (other.strName == strName) {
-                    pByName = &other;
-                    break;
-                }
-            }
+            auto itByName = std::find_if(vecRef.begin(), vecRef.end(), [&](const RefEntry& o) { return o.strName == strName; });
             const config_info_t* pInfo = get_config_info_t(strName.c_str());
             EXPECT_EQ(pInfo != nullptr ? static_cast<long>(pInfo->attr) : -1L,
-                      pByName != nullptr ? static_cast<long>(pByName->nFlags) : -1L)
+                      itByName != vecRef.end() ? static_cast<long>(itByName->nFlags) : -1L)
                 << strName;
         }
     }

@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -50,16 +50,6 @@ private:
     bool m_bBound = false;
 };
 
-bool DirIsEmpty(const std::string& strPath)
-{
-    DIR* pDir = opendir(strPath.c_str());
-    int nEntries = 0;
-    while (dirent* pEntry = readdir(pDir))
-        nEntries += (strcmp(pEntry->d_name, ".") != 0 && strcmp(pEntry->d_name, "..") != 0) ? 1 : 0;
-    closedir(pDir);
-    return nEntries == 0;
-}
-
 } // namespace
 
 TEST(Usage, HelpVersionAndBadArgumentsOfBothPrograms)
@@ -93,7 +83,7 @@ TEST(Usage, HelpVersionAndBadArgumentsOfBothPrograms)
         EXPECT_EQ(c.bOnStdout ? result.strErr : result.strOut, "");
     }
     // None of them registered a thread or touched a file of the root.
-    EXPECT_TRUE(DirIsEmpty(root.Path()));
+    EXPECT_TRUE(std::filesystem::is_empty(root.Path()));
 }
 
 // Ready only once the loop answers: not while the start-up waits for a MAC address (in a

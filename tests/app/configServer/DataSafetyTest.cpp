@@ -2,30 +2,17 @@
 // leaves the service stuck: tests with the real programs.
 #include "ServiceFixture.h"
 
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fcntl.h>
 #include <random>
 #include <set>
 #include <sys/stat.h>
-#include <thread>
 
 using testutil::Service;
 using testutil::ServiceOptions;
 
 namespace {
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define CFG_TEST_SANITIZED 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(CFG_TEST_SANITIZED)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 
 const char kUser[] = "/config/mac-local.cfg";
 
@@ -50,15 +37,6 @@ protected:
         ServiceRootTest::TearDown();
     }
     std::string MemRead(const std::string& strLogical) const { return testutil::ReadFile(m_strMem + strLogical); }
-    // Under an emulator or a sanitizer every rewrite is many times slower: loops run shorter.
-    static bool Slow() { return kSanitized || !testutil::EmulatorPrefix().empty(); }
-    static std::string Base(long nItems)
-    {
-        std::string strText = "#!version:1.0.0.1\n";
-        for (long i = 0; i < nItems; ++i)
-            strText += "item." + std::to_string(i) + " = value\n";
-        return strText;
-    }
     // The version a complete file of that base holds; -1 for any other text (empty, cut, mixed).
     static long VersionOf(const std::string& strText, const std::string& strBase)
     {
@@ -81,11 +59,6 @@ protected:
         }
         return vecTemps;
     }
-    bool StartWriter(testutil::Child& writer, long nItems, long nCount, long nFileSizeLimit = -1)
-    {
-        return writer.Start({CFG_REWRITE_LOOP_BIN, std::to_string(nItems), std::to_string(nCount), "1"},
-                            m_strMem, m_out.Path(), "", {}, nFileSizeLimit);
-    }
     // The service started on this root holds exactly the items of the text: its export equals it.
     static void ExpectServiceLoads(const std::string& strRoot, const std::string& strText)
     {
@@ -106,8 +79,8 @@ protected:
 TEST_F(DataSafetyTest, KilledRewritesLeaveWholeFilesThatTheServiceLoads)
 {
     const long kItems = 100000;
-    const int kKills = Slow() ? 20 : 200;
-    const std::string strBase = Base(kItems);
+    const int kKills = testutil::SlowBuild() ? 20 : 200;
+    const std::string strBase = testutil::ItemText(kItems, "value");
     testutil::WriteFile(m_strMem + kUser, strBase + "version = 0\n");
     unsigned int nSeed = std::random_device()();
     std::string strGo = m_out.Join("go");
@@ -143,11 +116,12 @@ TEST_F(DataSafetyTest, AReaderPollingDuringRewritesSeesOnlyWholeFiles)
 {
     // Smaller than above so that the rewrites are quick; a cut file shows at any size.
     const long kItems = 2000;
-    const int kRewrites = Slow() ? 100 : 1000;
-    const std::string strBase = Base(kItems);
+    const int kRewrites = testutil::SlowBuild() ? 100 : 1000;
+    const std::string strBase = testutil::ItemText(kItems, "value");
     testutil::WriteFile(m_strMem + kUser, strBase + "version = 0\n");
     testutil::Child writer;
-    ASSERT_TRUE(StartWriter(writer, kItems, kRewrites));
+    ASSERT_TRUE(writer.Start({CFG_REWRITE_LOOP_BIN, std::to_string(kItems), std::to_string(kRewrites), "1"}, m_strMem,
+                             m_out.Path()));
     long nReads = 0, nBad = 0;
     std::set<long> setSeen;
     while (writer.Wait(0) < 0) {
@@ -160,19 +134,6 @@ TEST_F(DataSafetyTest, AReaderPollingDuringRewritesSeesOnlyWholeFiles)
     EXPECT_EQ(nBad, 0) << "of " << nReads << " reads";
     EXPECT_GT(setSeen.size(), 2u) << "the reader saw the file change";
     EXPECT_EQ(VersionOf(MemRead(kUser), strBase), kRewrites);
-}
-
-TEST_F(DataSafetyTest, AFailedRewriteKeepsTheFileAndLeavesNoTemporary)
-{
-    std::string strBefore = "#!version:1.0.0.1\ntest.plain = before\n";
-    testutil::WriteFile(m_strMem + kUser, strBefore);
-    testutil::Child writer;
-    ASSERT_TRUE(StartWriter(writer, 1000, 1, 4096));
-    EXPECT_EQ(writer.Wait(30000), 0);
-    EXPECT_NE(writer.Stderr().find("can't write buff["), std::string::npos) << writer.Stderr();
-    EXPECT_EQ(MemRead(kUser), strBefore);
-    EXPECT_EQ(MemRead(std::string(kUser) + ".bak"), strBefore);
-    EXPECT_TRUE(Temps().empty());
 }
 
 TEST_F(DataSafetyTest, ProtectedReloadOfTheUserFileKeepsIt)

@@ -2,10 +2,7 @@
 // and the usage errors of etlmsg.
 #include "ServiceFixture.h"
 
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
+#include <algorithm>
 
 using testutil::Service;
 
@@ -62,12 +59,7 @@ TEST_F(InspectTest, ItemsStatsAndJournalFollowTheChanges)
               std::vector<std::string>{"test.other \"%NULL%\" -> \"o\" reload mode 1 /tmp/d.cfg"});
 
     // One datagram too short for a header: dropped and counted.
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, Real("/tmp/msgq/configServer").c_str(), sizeof(addr.sun_path) - 1);
-    EXPECT_EQ(sendto(fd, "XXXX", 4, 0, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 4);
-    close(fd);
+    EXPECT_TRUE(testutil::SendRaw(Real("/tmp/msgq/configServer"), "XXXX"));
     ASSERT_TRUE(service.Ping());
     std::string strStats = Msg({"stats", "configServer"}).strOut;
     for (const char* szLine : {"\nuserfile.rewrites 2\n", "\nregistry.saves 1\n", "\nitems 2502\n",

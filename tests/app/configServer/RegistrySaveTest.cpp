@@ -118,24 +118,3 @@ TEST_F(RegistrySaveTest, PendingDocumentsAreNotSavedAtQuit)
     EXPECT_EQ(service.Process().Wait(10000), 0);
     EXPECT_FALSE(Exists("/config/pending.ini"));
 }
-
-TEST_F(RegistrySaveTest, FloodOfChangesLosesNothing)
-{
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    const int kDocs = 100, kRounds = 100;
-    std::string strBig(10000, 'x');
-    for (int r = 0; r < kRounds; ++r) {
-        for (int d = 0; d < kDocs; ++d)
-            ASSERT_EQ(RegSet("/config/many/doc" + std::to_string(d) + ".ini", "S", "k", "r" + std::to_string(r), false), 1);
-    }
-    ASSERT_EQ(RegSet("/config/many/doc0.ini", "S\x01odd", "k\xff", strBig, false), 1);
-    // The final state of every document and of the user file, however late each save comes.
-    for (int d = 0; d < kDocs; ++d) {
-        EXPECT_TRUE(testutil::WaitForText(Real("/config/many/doc" + std::to_string(d) + ".ini"), "k = r99", 20000)) << d;
-        EXPECT_TRUE(testutil::WaitForText(Real("/config/mac-local.cfg"), "doc" + std::to_string(d) + ".key = r99\n", 20000))
-            << d;
-    }
-    EXPECT_TRUE(testutil::WaitForText(Real("/config/many/doc0.ini"), strBig, 20000));
-    EXPECT_TRUE(service.Ping());
-}

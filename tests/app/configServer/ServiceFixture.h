@@ -101,14 +101,9 @@ protected:
 // Starts "etlmsg listen autoServer" and waits until it is registered.
 class AutoServerListener {
 public:
-    AutoServerListener(const std::string& strRoot, int nCount = 0) : m_strRoot(strRoot)
+    explicit AutoServerListener(const std::string& strRoot) : m_strRoot(strRoot)
     {
-        std::vector<std::string> vecArgs{testutil::EtlmsgBin(), "listen", "autoServer"};
-        if (nCount > 0) {
-            vecArgs.push_back("--count");
-            vecArgs.push_back(std::to_string(nCount));
-        }
-        m_child.Start(vecArgs, strRoot, strRoot);
+        m_child.Start({testutil::EtlmsgBin(), "listen", "autoServer"}, strRoot, strRoot);
         m_bReady = testutil::Etlmsg(strRoot, {"wait", "autoServer"}).nExit == 0;
     }
     ~AutoServerListener() { m_child.Signal(15); }

@@ -3,11 +3,7 @@
 #include "ProcessHarness.h"
 
 #include <csignal>
-#include <cstring>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 using testutil::Service;
 using testutil::TempDir;
@@ -39,14 +35,8 @@ TEST(ServiceProcess, BadDatagramsUnknownIdsAndASecondInstance)
     // Raw datagrams: too short, and a header whose extra size is not what follows it.
     std::string strHeader = std::string("ETLM\x01\x00\x00\x00\x01\x00\x0d\x00", 12) + std::string(12, '\0') +
                             std::string("\x10\x00\x00\x00", 4) + std::string(4, '\0') + "short";
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, root.Join("/tmp/msgq/configServer").c_str(), sizeof(addr.sun_path) - 1);
     for (const std::string& strBytes : {std::string("XXXX"), strHeader})
-        EXPECT_EQ(sendto(fd, strBytes.data(), strBytes.size(), 0, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)),
-                  static_cast<ssize_t>(strBytes.size()));
-    close(fd);
+        EXPECT_TRUE(testutil::SendRaw(root.Join("/tmp/msgq/configServer"), strBytes));
     testutil::ToolResult unknown = testutil::Etlmsg(root.Path(), {"send", "configServer", "0xd0002"});
     EXPECT_EQ(unknown.nExit, 0);
     EXPECT_EQ(unknown.strOut, "0\n") << "not handled by the service nor by the base";
