@@ -1,8 +1,12 @@
-// Message threads: the datagram checks (a busy receiver is the flood of the fault tests).
+// Message threads: the datagram checks, and a busy receiver in another process that must lose
+// nothing and keep the order.
 #include "ETL_MsgQueueHelper.h"
 #include "MsgWire.h"
+#include "ProcessHarness.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <sstream>
 
 using namespace ETL_MsgQueueHelper;
 
@@ -35,4 +39,37 @@ TEST(MsgWire, DecodeRejectsMalformedDatagrams)
         {Patched(0, 'X'), "magic"}, {Patched(4, 2), "version"}, {Patched(6, 3), "kind"}, {strHuge, "over 65536"}};
     for (const auto& bad : kBad)
         EXPECT_NE(Decode(bad.first, out), nullptr) << bad.second;
+}
+
+TEST(MsgThread, BusyReceiverLosesNothingAndKeepsOrder)
+{
+    testutil::TempDir root;
+    setenv("ETL_ROOT", root.Path().c_str(), 1);
+    testutil::Child busy;
+    ASSERT_TRUE(busy.Start({CFG_BUSY_THREAD_BIN}, root.Path(), root.Path()));
+    msgThread hThread = 0;
+    ASSERT_TRUE(testutil::WaitUntil([&] { return (hThread = msgGetThreadByName("busyThread")) != 0; }, 20000));
+    ASSERT_EQ(msgPostMsgToThread(hThread, 0x100, -1, 0), 0);
+    std::string strExtra(100, 'e');
+    for (int i = 0; i < 500; ++i)
+        ASSERT_EQ(msgPostMsgToThreadEx(hThread, 0x101, i, 0, static_cast<int>(strExtra.size()), strExtra.data()), 0)
+            << "post " << i;
+    int nReply = 0;
+    ASSERT_EQ(msgSendMsgToThread(hThread, MSG_PLATFORM_PING, 0, 0, 0, nullptr, 10000, &nReply, nullptr), MSG_SEND_OK);
+    EXPECT_EQ(nReply, 1);
+    ASSERT_EQ(msgPostMsgToThread(hThread, MSG_PLATFORM_QUIT, 0, 0), 0);
+    ASSERT_EQ(busy.Wait(10000), 0);
+
+    std::istringstream lines(busy.Stdout());
+    std::string strId;
+    int nWparam = 0;
+    ASSERT_TRUE(lines >> strId >> nWparam);
+    EXPECT_EQ(strId, "0x100");
+    for (int i = 0; i < 500; ++i) {
+        ASSERT_TRUE(lines >> strId >> nWparam) << "message " << i << " missing";
+        EXPECT_EQ(strId, "0x101");
+        ASSERT_EQ(nWparam, i) << "out of order";
+    }
+    EXPECT_FALSE(lines >> strId);
+    unsetenv("ETL_ROOT");
 }
