@@ -116,6 +116,7 @@ public:
     size_t GetKeyCount() const { return m_vecKeys.size(); }
     iniKey* GetKey(size_t nIndex) { return nIndex < m_vecKeys.size() ? &m_vecKeys[nIndex] : nullptr; }
     void AddKey(std::string strName, std::string strValue);
+    void ReserveKeys(size_t nCount) { m_vecKeys.reserve(nCount); }
 
 private:
     std::string m_strName;

@@ -1,17 +1,17 @@
-// Line reading, INI documents (parsed by SimpleIni) and XML documents (pugixml) of the platform.
+// Line reading, INI documents (a direct one-pass parser) and XML documents (pugixml) of the platform.
 #include "ETL_FileHelper.h"
 
 #include "ETL_TraceHelper.h"
-
-#include "IniBackend.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <fcntl.h>
 #include <sstream>
+#include <string_view>
 #include <unistd.h>
 
 namespace ETL_FileHelper {
@@ -152,26 +152,248 @@ int iniFile::LoadFromFile(const char* szPath)
     return LoadFromText(strText);
 }
 
+namespace {
+
+bool IsIniSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool IsIniNewLine(char c)
+{
+    return c == '\n' || c == '\r';
+}
+
+// Names seen so far, found by hash: repeated sections merge into the first, repeated keys of a
+// section keep the first one's place and take the last value.
+class CIniNameIndex {
+public:
+    // The id stored for (nOwner, name), or the id given when the name is new.
+    template <class FName>
+    uint32_t FindOrAdd(uint32_t nOwner, std::string_view name, uint32_t nNewId, FName nameOf)
+    {
+        if ((m_nCount + 1) * 2 > m_vecSlots.size())
+            Grow(nameOf);
+        size_t nMask = m_vecSlots.size() - 1;
+        for (size_t i = Hash(nOwner, name) & nMask;; i = (i + 1) & nMask) {
+            uint32_t nSlot = m_vecSlots[i];
+            if (nSlot == 0) {
+                m_vecSlots[i] = nNewId + 1;
+                ++m_nCount;
+                return nNewId;
+            }
+            uint32_t nOwnerOf = 0;
+            if (nameOf(nSlot - 1, nOwnerOf) == name && nOwnerOf == nOwner)
+                return nSlot - 1;
+        }
+    }
+
+private:
+    static size_t Hash(uint32_t nOwner, std::string_view name)
+    {
+        uint64_t h = 1469598103934665603ull ^ nOwner;
+        for (char c : name)
+            h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+        return static_cast<size_t>(h ^ (h >> 29));
+    }
+
+    template <class FName>
+    void Grow(FName nameOf)
+    {
+        std::vector<uint32_t> vecOld;
+        vecOld.swap(m_vecSlots);
+        m_vecSlots.assign(vecOld.empty() ? 64 : vecOld.size() * 2, 0);
+        size_t nMask = m_vecSlots.size() - 1;
+        for (uint32_t nSlot : vecOld) {
+            if (nSlot == 0)
+                continue;
+            uint32_t nOwner = 0;
+            std::string_view name = nameOf(nSlot - 1, nOwner);
+            size_t i = Hash(nOwner, name) & nMask;
+            while (m_vecSlots[i] != 0)
+                i = (i + 1) & nMask;
+            m_vecSlots[i] = nSlot;
+        }
+    }
+
+    std::vector<uint32_t> m_vecSlots;
+    size_t m_nCount = 0;
+};
+
+// The text a comment block starting at p reads as once its lines are joined by single '\n':
+// blank lines between its comment lines count as line breaks, indents before them vanish.
+std::string JoinedComment(const char* p)
+{
+    std::string strOut;
+    for (;;) {
+        if (*p != ';' && *p != '#') {
+            const char* pAhead = p;
+            size_t nBreaks = 0;
+            while (IsIniSpace(*pAhead)) {
+                if (IsIniNewLine(*pAhead)) {
+                    ++nBreaks;
+                    pAhead += (*pAhead == '\r' && pAhead[1] == '\n') ? 2 : 1;
+                } else {
+                    ++pAhead;
+                }
+            }
+            if (*pAhead != ';' && *pAhead != '#')
+                break;
+            strOut.append(nBreaks, '\n');
+            p = pAhead;
+            continue;
+        }
+        const char* pLine = p;
+        while (*p != '\0' && !IsIniNewLine(*p))
+            ++p;
+        strOut.append(pLine, static_cast<size_t>(p - pLine));
+        if (*p == '\0')
+            return strOut;
+        p += (*p == '\r' && p[1] == '\n') ? 2 : 1;
+        strOut += '\n';
+    }
+    strOut.pop_back();
+    return strOut;
+}
+
+} // namespace
+
 int iniFile::LoadFromText(const std::string& strText)
 {
     Clear();
-    CIniBackend ini(true, false, false);
-    if (ini.LoadData(strText.data(), strText.size()) < 0)
-        return 0;
-    CIniBackend::TNamesDepend sections;
-    ini.GetAllSections(sections);
-    sections.sort(CIniBackend::Entry::LoadOrder());
-    for (const CIniBackend::Entry& section : sections) {
-        m_vecSections.emplace_back(section.pItem);
-        iniSection& target = m_vecSections.back();
-        CIniBackend::TNamesDepend keys;
-        ini.GetAllKeys(section.pItem, keys);
-        keys.sort(CIniBackend::Entry::LoadOrder());
-        for (const CIniBackend::Entry& key : keys) {
-            const char* szValue = ini.GetValue(section.pItem, key.pItem, "");
-            target.AddKey(key.pItem, szValue != nullptr ? szValue : "");
+    // One pass over the text as views; strings are made once, in the document, at the end.
+    // Text ends at the first NUL; a UTF-8 BOM in front is skipped; leading and trailing blanks
+    // of names and values are dropped; lines without '=' and keys that are empty are ignored;
+    // keys before any section belong to the section named "".
+    struct SKey {
+        uint32_t nSection;
+        std::string_view name;
+        std::string_view value;
+    };
+    std::vector<std::string_view> vecSections;
+    std::vector<SKey> vecKeys;
+    CIniNameIndex sectionIndex;
+    CIniNameIndex keyIndex;
+    auto SectionName = [&](uint32_t nId, uint32_t& nOwner) {
+        nOwner = 0;
+        return vecSections[nId];
+    };
+    auto KeyName = [&](uint32_t nId, uint32_t& nOwner) {
+        nOwner = vecKeys[nId].nSection;
+        return vecKeys[nId].name;
+    };
+    auto AddSection = [&](std::string_view name) {
+        uint32_t nId = sectionIndex.FindOrAdd(0, name, static_cast<uint32_t>(vecSections.size()), SectionName);
+        if (nId == vecSections.size())
+            vecSections.push_back(name);
+        return nId;
+    };
+
+    const char* p = strText.c_str();
+    if (strText.size() >= 3 && std::memcmp(p, "\xEF\xBB\xBF", 3) == 0)
+        p += 3;
+    std::string_view section;
+    bool bSectionAdded = false;
+    uint32_t nSection = 0;
+    // A '[' without its ']' on the line still starts the section of the keys that follow: its
+    // name runs from there up to the next key's end, or through the first comment block between.
+    const char* pOpenSection = nullptr;
+    bool bOpenSectionNamed = false;
+    std::string strOpenSection;
+    std::deque<std::string> deqOwnedNames;
+    while (*p != '\0') {
+        while (*p != '\0' && IsIniSpace(*p))
+            ++p;
+        if (*p == '\0')
+            break;
+        if (*p == ';' || *p == '#') {
+            if (pOpenSection != nullptr && !bOpenSectionNamed) {
+                strOpenSection.assign(pOpenSection, static_cast<size_t>(p - pOpenSection));
+                strOpenSection += JoinedComment(p);
+                bOpenSectionNamed = true;
+            }
+            while (*p != '\0' && !IsIniNewLine(*p))
+                ++p;
+            continue;
         }
+        if (*p == '[') {
+            // Blanks after '[' may run over line ends; the name itself may not.
+            ++p;
+            while (*p != '\0' && IsIniSpace(*p))
+                ++p;
+            const char* pName = p;
+            while (*p != '\0' && *p != ']' && !IsIniNewLine(*p))
+                ++p;
+            if (*p != ']') {
+                pOpenSection = pName;
+                bOpenSectionNamed = false;
+                continue;
+            }
+            pOpenSection = nullptr;
+            const char* pEnd = p;
+            while (pEnd > pName && IsIniSpace(pEnd[-1]))
+                --pEnd;
+            section = std::string_view(pName, static_cast<size_t>(pEnd - pName));
+            nSection = AddSection(section);
+            bSectionAdded = true;
+            while (*p != '\0' && !IsIniNewLine(*p))
+                ++p;
+            continue;
+        }
+        const char* pKey = p;
+        while (*p != '\0' && *p != '=' && !IsIniNewLine(*p))
+            ++p;
+        if (*p != '=')
+            continue;
+        if (p == pKey) {
+            while (*p != '\0' && !IsIniNewLine(*p))
+                ++p;
+            continue;
+        }
+        const char* pKeyEnd = p;
+        while (pKeyEnd > pKey && IsIniSpace(pKeyEnd[-1]))
+            --pKeyEnd;
+        ++p;
+        while (*p != '\0' && !IsIniNewLine(*p) && IsIniSpace(*p))
+            ++p;
+        const char* pValue = p;
+        while (*p != '\0' && !IsIniNewLine(*p))
+            ++p;
+        const char* pValueEnd = p;
+        while (pValueEnd > pValue && IsIniSpace(pValueEnd[-1]))
+            --pValueEnd;
+        if (pOpenSection != nullptr) {
+            if (bOpenSectionNamed)
+                deqOwnedNames.push_back(strOpenSection);
+            else
+                deqOwnedNames.emplace_back(pOpenSection, static_cast<size_t>(pKeyEnd - pOpenSection));
+            section = deqOwnedNames.back();
+            nSection = AddSection(section);
+            bSectionAdded = true;
+            pOpenSection = nullptr;
+        } else if (!bSectionAdded) {
+            nSection = AddSection(section);
+            bSectionAdded = true;
+        }
+        std::string_view name(pKey, static_cast<size_t>(pKeyEnd - pKey));
+        std::string_view value(pValue, static_cast<size_t>(pValueEnd - pValue));
+        uint32_t nId = keyIndex.FindOrAdd(nSection, name, static_cast<uint32_t>(vecKeys.size()), KeyName);
+        if (nId == vecKeys.size())
+            vecKeys.push_back(SKey{nSection, name, value});
+        else
+            vecKeys[nId].value = value;
     }
+
+    std::vector<size_t> vecCounts(vecSections.size(), 0);
+    for (const SKey& key : vecKeys)
+        ++vecCounts[key.nSection];
+    m_vecSections.reserve(vecSections.size());
+    for (size_t s = 0; s < vecSections.size(); ++s) {
+        m_vecSections.emplace_back(std::string(vecSections[s]));
+        m_vecSections.back().ReserveKeys(vecCounts[s]);
+    }
+    for (const SKey& key : vecKeys)
+        m_vecSections[key.nSection].AddKey(std::string(key.name), std::string(key.value));
     return 1;
 }
 
