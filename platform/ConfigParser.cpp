@@ -518,6 +518,11 @@ int configParser_GetConfigInt(const char* szName)
     return static_cast<int>(std::strtol(strValue.c_str(), nullptr, 10));
 }
 
+bool configParser_IsLoaded()
+{
+    return Map().bLoaded;
+}
+
 void configParser_Reset()
 {
     NameMap& map = Map();

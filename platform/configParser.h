@@ -23,3 +23,6 @@ int configParser_GetConfigInt(const char* szName);
 
 // Test seam: forget the loaded map, so that the next lookup reads the file again.
 void configParser_Reset();
+
+// Whether the map has been read since the start or the last reset (a lookup reads it first).
+bool configParser_IsLoaded();

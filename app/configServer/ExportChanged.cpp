@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,6 +37,30 @@ void WriteText(FILE* pStream, const char* szText)
 {
     (void)fwrite(szText, 1, std::strlen(szText), pStream);
 }
+
+// The lines echoed on standard output for one file, written in one go: a line-buffered stdout
+// would cost a system call per line. Written out before anything that may trace (the name map's
+// first reading) and at the end of the file, so the lines keep their place among trace lines.
+class CEchoLines {
+public:
+    ~CEchoLines() { Flush(); }
+    void Add(const char* szName, const char* szValue)
+    {
+        m_strText.append(szName).append(" = ").append(szValue).push_back('\n');
+    }
+    void AddText(const std::string& strText) { m_strText += strText; }
+    void Flush()
+    {
+        if (m_strText.empty())
+            return;
+        (void)fwrite(m_strText.data(), 1, m_strText.size(), stdout);
+        (void)fflush(stdout);
+        m_strText.clear();
+    }
+
+private:
+    std::string m_strText;
+};
 
 } // namespace
 
@@ -94,6 +119,7 @@ void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, F
     static iniFile s_factoryDoc;
     (void)s_configDoc.LoadFromFile(szConfigFile);
     (void)s_factoryDoc.LoadFromFile(szFactoryFile);
+    CEchoLines echo;
     for (size_t s = 0; s < s_configDoc.GetSectionCount(); ++s) {
         iniSection* pSection = s_configDoc.GetSection(s);
         iniSection* pFactorySection = s_factoryDoc.FindSection(pSection->GetName());
@@ -111,9 +137,12 @@ void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, F
             char szName[512];
             std::memset(szName, 0, sizeof(szName));
             int nFlags = 0;
+            if (!configParser_IsLoaded())
+                echo.Flush();
             if (get_config_name_by_path(szConfigFile, pSection->GetName(), pKey->GetName(), szName, 64, &nFlags) != 0 ||
                 szName[0] == '\0') {
-                printf("getname faile, name:[%s] %s, %s\n", szConfigFile, pSection->GetName(), pKey->GetName());
+                echo.AddText(std::string("getname faile, name:[") + szConfigFile + "] " + pSection->GetName() + ", " +
+                             pKey->GetName() + "\n");
                 continue;
             }
             uint32_t nAttr = static_cast<uint32_t>(nFlags);
@@ -121,7 +150,7 @@ void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, F
                 continue;
             char szConverted[64];
             const char* szOut = RegistryToItemValue(szValue, nAttr, szConverted, sizeof(szConverted));
-            printf("%s = %s\n", szName, szOut);
+            echo.Add(szName, szOut);
             WriteText(pStream, szName);
             WriteText(pStream, " = ");
             if (szOut[0] == '\0') {
