@@ -12,6 +12,7 @@
 #include "MessageText.h"
 #include "configParser.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -39,7 +40,7 @@ void WriteText(FILE* pStream, const char* szText)
 }
 
 // The lines echoed on standard output for one file, written in one go: a line-buffered stdout
-// would cost a system call per line. Written out before anything that may trace (the name map's
+// costs a system call per line. Written out before anything that may trace (the name map's
 // first reading) and at the end of the file, so the lines keep their place among trace lines.
 class CEchoLines {
 public:
@@ -53,8 +54,20 @@ public:
     {
         if (m_strText.empty())
             return;
-        (void)fwrite(m_strText.data(), 1, m_strText.size(), stdout);
+        // Straight to the descriptor: a line-buffered stream splits a long text into a write per
+        // line again. What stdout holds already goes first.
         (void)fflush(stdout);
+        const char* p = m_strText.data();
+        size_t nLeft = m_strText.size();
+        while (nLeft > 0) {
+            ssize_t nDone = write(STDOUT_FILENO, p, nLeft);
+            if (nDone < 0 && errno == EINTR)
+                continue;
+            if (nDone <= 0)
+                break;
+            p += nDone;
+            nLeft -= static_cast<size_t>(nDone);
+        }
         m_strText.clear();
     }
 
