@@ -3,9 +3,13 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 class CBenchRoot {
 public:
@@ -78,4 +82,30 @@ inline std::string BenchUserFile(int nItems)
     for (int i = 0; i < nItems; ++i)
         strText += BenchItemName(i) + " = value_" + std::to_string(i) + "\n";
     return strText;
+}
+
+// Reads every file below the folder through the buffer, adding up the bytes: the floor of a
+// walk that reads both trees.
+inline void ReadTree(const std::string& strDir, std::vector<char>& vecBuf, size_t& nBytes)
+{
+    DIR* pDir = opendir(strDir.c_str());
+    if (pDir == nullptr)
+        return;
+    while (dirent* pEntry = readdir(pDir)) {
+        if (pEntry->d_name[0] == '.')
+            continue;
+        std::string strPath = strDir + "/" + pEntry->d_name;
+        if (pEntry->d_type == DT_DIR) {
+            ReadTree(strPath, vecBuf, nBytes);
+            continue;
+        }
+        int fd = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        ssize_t n;
+        while ((n = read(fd, vecBuf.data(), vecBuf.size())) > 0)
+            nBytes += static_cast<size_t>(n);
+        (void)close(fd);
+    }
+    (void)closedir(pDir);
 }

@@ -14,28 +14,6 @@ CBenchRoot* g_pRoot = nullptr;
 const int kFiles = 200;
 const int kKeys = 50;
 
-void ReadTree(const std::string& strDir, std::vector<char>& vecBuf, size_t& nBytes)
-{
-    DIR* pDir = opendir(strDir.c_str());
-    if (pDir == nullptr)
-        return;
-    while (dirent* pEntry = readdir(pDir)) {
-        if (pEntry->d_name[0] == '.')
-            continue;
-        std::string strPath = strDir + "/" + pEntry->d_name;
-        if (pEntry->d_type == DT_DIR) {
-            ReadTree(strPath, vecBuf, nBytes);
-            continue;
-        }
-        int fd = open(strPath.c_str(), O_RDONLY);
-        ssize_t n;
-        while ((n = read(fd, vecBuf.data(), vecBuf.size())) > 0)
-            nBytes += static_cast<size_t>(n);
-        close(fd);
-    }
-    closedir(pDir);
-}
-
 void BM_ExportChanged(benchmark::State& state)
 {
     CConfigServer server;

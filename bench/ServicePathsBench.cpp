@@ -133,30 +133,6 @@ bool ReloadRow()
     return bOk;
 }
 
-void ReadTree(const std::string& strDir, std::vector<char>& vecBuf, size_t& nBytes)
-{
-    DIR* pDir = opendir(strDir.c_str());
-    if (pDir == nullptr)
-        return;
-    while (dirent* pEntry = readdir(pDir)) {
-        if (pEntry->d_name[0] == '.')
-            continue;
-        std::string strPath = strDir + "/" + pEntry->d_name;
-        if (pEntry->d_type == DT_DIR) {
-            ReadTree(strPath, vecBuf, nBytes);
-            continue;
-        }
-        int fd = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0)
-            continue;
-        ssize_t n;
-        while ((n = read(fd, vecBuf.data(), vecBuf.size())) > 0)
-            nBytes += static_cast<size_t>(n);
-        close(fd);
-    }
-    closedir(pDir);
-}
-
 // Export of changed configuration (0xd0006, lparam 1) over 10 INI files of 10 sections of 50
 // keys, every other key changed, every key mapped by its own one of 5,000 name-map items, timed
 // by a send's reply. Floor: walk both trees and read every file.

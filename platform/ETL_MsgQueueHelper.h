@@ -8,6 +8,17 @@
 #include <memory>
 #include <string>
 
+// Counters cost one increment each on the message path; a build with CFG_COUNTERS=0 drops them
+// so that the round-trip benchmark can be run both ways.
+#ifndef CFG_COUNTERS
+#define CFG_COUNTERS 1
+#endif
+#if CFG_COUNTERS
+#define CFG_COUNT(expr) (expr)
+#else
+#define CFG_COUNT(expr) ((void)0)
+#endif
+
 namespace ETL_MsgQueueHelper {
 
 // Platform message ids; no service message uses this range.

@@ -8,17 +8,6 @@
 #include <cstdint>
 #include <string>
 
-// Counters cost one increment each on the message path; a build with CFG_COUNTERS=0 drops them
-// so that the round-trip benchmark can be run both ways.
-#ifndef CFG_COUNTERS
-#define CFG_COUNTERS 1
-#endif
-#if CFG_COUNTERS
-#define CFG_COUNT(expr) (expr)
-#else
-#define CFG_COUNT(expr) ((void)0)
-#endif
-
 namespace ETL_MsgQueueHelper {
 
 // The thread of this process registered under the name, or null.

@@ -7,14 +7,6 @@
 #include <chrono>
 #include <cstdint>
 
-#ifndef CFG_COUNTERS
-#define CFG_COUNTERS 1
-#endif
-#if CFG_COUNTERS
-#define CFG_COUNT(expr) (expr)
-#else
-#define CFG_COUNT(expr) ((void)0)
-#endif
 
 // Plain integers: only the service thread touches them.
 struct CServiceCounters {
