@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages each step of the test command needs, when any is missing:
-#   bash scripts/deps.sh [native|arm|sanitize|fuzz]...   (no step: native)
+#   bash scripts/deps.sh [native|arm|package|sanitize|fuzz]...   (no step: native)
 # A failing `apt-get update` (a mirror still syncing one index) is retried once and then left to
 # the install that follows; a package that cannot be installed stops the run with one line.
 set -euo pipefail
@@ -11,9 +11,11 @@ packages_of() {
                    libgmock-dev libbenchmark-dev ;;
     arm)      echo crossbuild-essential-armhf qemu-user libpugixml-dev:armhf libgtest-dev:armhf \
                    libgmock-dev:armhf libasio-dev libsimpleini-dev cmake ;;
+    # dpkg-dev: dpkg-shlibdeps for the native dependencies; man-db: renders the manual pages.
+    package)  echo dpkg-dev man-db ;;
     sanitize) echo clang libclang-rt-dev ;;
     fuzz)     echo clang libclang-rt-dev ;;
-    *) echo "deps.sh: unknown step [$1] (native, arm, sanitize, fuzz)" >&2; return 1 ;;
+    *) echo "deps.sh: unknown step [$1] (native, arm, package, sanitize, fuzz)" >&2; return 1 ;;
   esac
 }
 

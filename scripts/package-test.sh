@@ -4,15 +4,7 @@
 # pages, the bash completion, and the init script starting and stopping the packaged service.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-# dpkg-dev: dpkg-shlibdeps for the native dependencies; man-db: renders the pages.
-missing=()
-for p in dpkg-dev man-db; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"
-  $SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+bash scripts/deps.sh package
 
 fail() { echo "package-test: $*" >&2; exit 1; }
 build() { # build dir, extra cmake arguments
