@@ -84,6 +84,22 @@ inline std::string BenchUserFile(int nItems)
     return strText;
 }
 
+// The start-up workload: an item map of nItems entries, 300 ignores, 50 watched sections and a
+// translator, with the user file at its logical path.
+inline void WriteStartUpRoot(const CBenchRoot& root, int nItems, const std::string& strUserFile)
+{
+    root.Write("/phone/resource/configMap.xml", BenchConfigMap(nItems));
+    root.Write("/phone/resource/autopIgnroeM7.xml", BenchIgnoreList(300));
+    root.Write(strUserFile, BenchUserFile(nItems));
+    std::string strSections = "<regMonitor>\n";
+    for (int i = 0; i < 50; ++i)
+        strSections += " <section file=\"/config/voip/account" + std::to_string(i % 16) + ".cfg\" section=\"watched" +
+                       std::to_string(i) + "\" action=\"Notify\" handle=\"0\"/>\n";
+    root.Write("/phone/resource/sectionMonitor.xml", strSections + "</regMonitor>\n");
+    root.Write("/boot/bin/autopTranslator.xml",
+               "<translator><method name=\"Notify\" thread=\"autoServer\" id=\"0xb0301\"/></translator>\n");
+}
+
 // Reads every file below the folder through the buffer, adding up the bytes: the floor of a
 // walk that reads both trees.
 inline void ReadTree(const std::string& strDir, std::vector<char>& vecBuf, size_t& nBytes)

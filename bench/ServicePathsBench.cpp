@@ -215,18 +215,9 @@ bool StartUpRow()
 {
     const int kItems = 5000;
     CBenchRoot root;
-    root.Write("/phone/resource/configMap.xml", BenchConfigMap(kItems));
-    root.Write("/phone/resource/autopIgnroeM7.xml", BenchIgnoreList(300));
-    root.Write("/config/mac-local.cfg", BenchUserFile(kItems));
+    WriteStartUpRoot(root, kItems, "/config/mac-local.cfg");
     root.Write("/config/ForceSync.cfg", "");
     root.Write("/etc/device/mac", "0a1b2c3d4e5f\n");
-    std::string strSections = "<regMonitor>\n";
-    for (int i = 0; i < 50; ++i)
-        strSections += " <section file=\"/config/voip/account" + std::to_string(i % 16) + ".cfg\" section=\"watched" +
-                       std::to_string(i) + "\" action=\"Notify\" handle=\"0\"/>\n";
-    root.Write("/phone/resource/sectionMonitor.xml", strSections + "</regMonitor>\n");
-    root.Write("/boot/bin/autopTranslator.xml",
-               "<translator><method name=\"Notify\" thread=\"autoServer\" id=\"0xb0301\"/></translator>\n");
     root.Write("/tmp/msgq/.keep", "");
     (void)chmod(root.Real("/tmp/msgq").c_str(), 0700);
     std::string strStamp = root.Real("/tmp/exec-stamp");

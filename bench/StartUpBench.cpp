@@ -52,16 +52,7 @@ int main(int argc, char** argv)
     }
     CBenchRoot root;
     const int kItems = 5000;
-    root.Write("/phone/resource/configMap.xml", BenchConfigMap(kItems));
-    root.Write("/phone/resource/autopIgnroeM7.xml", BenchIgnoreList(300));
-    root.Write("/config/0a1b2c3d4e5f-local.cfg", BenchUserFile(kItems));
-    std::string strSections = "<regMonitor>\n";
-    for (int i = 0; i < 50; ++i)
-        strSections += " <section file=\"/config/voip/account" + std::to_string(i % 16) + ".cfg\" section=\"watched" +
-                       std::to_string(i) + "\" action=\"Notify\" handle=\"0\"/>\n";
-    root.Write("/phone/resource/sectionMonitor.xml", strSections + "</regMonitor>\n");
-    root.Write("/boot/bin/autopTranslator.xml",
-               "<translator><method name=\"Notify\" thread=\"autoServer\" id=\"0xb0301\"/></translator>\n");
+    WriteStartUpRoot(root, kItems, "/config/0a1b2c3d4e5f-local.cfg");
     root.Write("/tmp/.keep", "");
     std::string strStamp = root.Real("/tmp/exec-stamp");
 

@@ -119,28 +119,25 @@ void CM7Journal::RecordChange(const chStringA& strName, const chStringA* pOld, c
 
 void CM7Journal::RecordClear(uint32_t nItems)
 {
-    CM7JournalEntry& entry = Next();
-    char szCount[32];
-    snprintf(szCount, sizeof(szCount), "%u items", nItems);
-    Stamp(entry);
-    entry.strName = "*";
-    entry.strOld = szCount;
-    entry.strNew = chStringA();
-    entry.strOrigin = CM7ChangeOrigin::Current();
-    entry.nFlags = CM7JournalEntry::ALL | CM7JournalEntry::NO_NEW;
+    RecordWholeTable(nItems, true);
 }
 
 void CM7Journal::RecordLoad(uint32_t nItems)
+{
+    RecordWholeTable(nItems, false);
+}
+
+void CM7Journal::RecordWholeTable(uint32_t nItems, bool bCleared)
 {
     CM7JournalEntry& entry = Next();
     char szCount[32];
     snprintf(szCount, sizeof(szCount), "%u items", nItems);
     Stamp(entry);
     entry.strName = "*";
-    entry.strOld = chStringA();
-    entry.strNew = szCount;
+    entry.strOld = bCleared ? chStringA(szCount) : chStringA();
+    entry.strNew = bCleared ? chStringA() : chStringA(szCount);
     entry.strOrigin = CM7ChangeOrigin::Current();
-    entry.nFlags = CM7JournalEntry::ALL | CM7JournalEntry::NO_OLD;
+    entry.nFlags = CM7JournalEntry::ALL | (bCleared ? CM7JournalEntry::NO_NEW : CM7JournalEntry::NO_OLD);
 }
 
 bool CM7Journal::Concerns(const CM7JournalEntry& entry, const char* pName, size_t nLen)

@@ -61,6 +61,9 @@ public:
 
 private:
     CM7JournalEntry& Next();
+    // One "*" entry for an event of the whole table: "N items" is the old side of a clearing and
+    // the new side of a load.
+    void RecordWholeTable(uint32_t nItems, bool bCleared);
 
     std::vector<CM7JournalEntry> m_vecRing; // grows to the capacity, then wraps
     size_t m_nCapacity;
