@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
@@ -29,19 +30,58 @@ std::mutex& HandleMutex()
     return s_mutex;
 }
 
-// Handles are indexes (plus one) into the names looked up so far; stable for the process.
-std::vector<std::string>& HandleNames()
+const char* RootInForce()
 {
-    static std::vector<std::string> s_names;
-    return s_names;
+    const char* szRoot = getenv("ETL_ROOT");
+    return szRoot != nullptr ? szRoot : "";
 }
 
-std::string NameOfHandle(msgThread hThread)
+bool MakeAddress(const std::string& strPath, sockaddr_un& addr)
+{
+    if (strPath.empty() || strPath.size() >= sizeof(addr.sun_path))
+        return false;
+    std::memset(&addr, 0, sizeof(addr));
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
+    return true;
+}
+
+// A looked-up name and its socket address, resolved below the root it was resolved for; a
+// change of root (tests do that) resolves it again.
+struct HandleEntry {
+    std::string strName;
+    std::string strRoot;
+    sockaddr_un addr{};
+    bool bResolved = false;
+    bool bAddressOk = false;
+};
+
+// Handles are indexes (plus one) into the names looked up so far; stable for the process.
+std::vector<std::unique_ptr<HandleEntry>>& HandleEntries()
+{
+    static std::vector<std::unique_ptr<HandleEntry>> s_entries;
+    return s_entries;
+}
+
+// Where a message to the handle goes: with ppLocal, the registered thread of this process when
+// there is one (*ppLocal), else the socket address. False for an unknown handle or a name that
+// cannot be addressed.
+bool TargetOf(msgThread hThread, sockaddr_un& addr, chThreadLocal::Impl** ppLocal)
 {
     std::lock_guard<std::mutex> lock(HandleMutex());
-    if (hThread == 0 || hThread > HandleNames().size())
-        return std::string();
-    return HandleNames()[hThread - 1];
+    if (hThread == 0 || hThread > HandleEntries().size())
+        return false;
+    HandleEntry& entry = *HandleEntries()[hThread - 1];
+    if (ppLocal != nullptr && (*ppLocal = FindLocalThread(entry.strName)) != nullptr)
+        return true;
+    const char* szRoot = RootInForce();
+    if (!entry.bResolved || entry.strRoot != szRoot) {
+        entry.bAddressOk = MakeAddress(wire::ThreadSocketPath(entry.strName.c_str()), entry.addr);
+        entry.strRoot = szRoot;
+        entry.bResolved = true;
+    }
+    addr = entry.addr;
+    return entry.bAddressOk;
 }
 
 // One unbound socket for every post of the process; the kernel waits at most a second for room.
@@ -60,53 +100,52 @@ int PostSocket()
     return s_fd;
 }
 
-bool MakeAddress(const std::string& strPath, sockaddr_un& addr)
+// Sends one datagram (header, then nSize extra bytes) to a thread socket. 0, or
+// MSG_SEND_NO_THREAD / MSG_SEND_TIMEOUT.
+int SendDatagram(int fd, const sockaddr_un& addr, const wire::Header& header, const void* pData)
 {
-    if (strPath.empty() || strPath.size() >= sizeof(addr.sun_path))
-        return false;
-    std::memset(&addr, 0, sizeof(addr));
-    addr.sun_family = AF_UNIX;
-    std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
-    return true;
-}
-
-// Sends one datagram to a thread socket. 0, or MSG_SEND_NO_THREAD / MSG_SEND_TIMEOUT.
-int SendDatagram(int fd, const std::string& strName, const std::string& strDgram)
-{
-    sockaddr_un addr;
-    if (!MakeAddress(wire::ThreadSocketPath(strName.c_str()), addr))
-        return MSG_SEND_NO_THREAD;
-    auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPostTimeoutMs);
+    unsigned char aHead[wire::HEADER_SIZE];
+    wire::EncodeHeader(header, aHead);
+    iovec aIov[2] = {{aHead, sizeof(aHead)}, {const_cast<void*>(pData), header.nSize}};
+    msghdr mh{};
+    mh.msg_name = const_cast<sockaddr_un*>(&addr);
+    mh.msg_namelen = sizeof(addr);
+    mh.msg_iov = aIov;
+    mh.msg_iovlen = header.nSize > 0 ? 2 : 1;
+    std::chrono::steady_clock::time_point tEnd;
+    bool bWaiting = false;
     for (;;) {
-        if (sendto(fd, strDgram.data(), strDgram.size(), 0, reinterpret_cast<const sockaddr*>(&addr),
-                   sizeof(addr)) >= 0)
+        if (sendmsg(fd, &mh, 0) >= 0)
             return MSG_SEND_OK;
         if (errno == EINTR)
             continue;
-        if ((errno == EAGAIN || errno == ENOBUFS) && std::chrono::steady_clock::now() < tEnd) {
-            // The receiver's kernel queue is full (its own queue is full too): wait a moment.
-            (void)poll(nullptr, 0, 1);
-            continue;
+        if (errno != EAGAIN && errno != ENOBUFS)
+            return MSG_SEND_NO_THREAD;
+        if (!bWaiting) {
+            bWaiting = true;
+            tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPostTimeoutMs);
         }
-        if (errno == EAGAIN || errno == ENOBUFS)
+        if (std::chrono::steady_clock::now() >= tEnd)
             return MSG_SEND_TIMEOUT;
-        return MSG_SEND_NO_THREAD;
+        // The receiver's kernel queue is full (its own queue is full too): wait a moment.
+        (void)poll(nullptr, 0, 1);
     }
 }
 
 int Post(msgThread hThread, const wire::Header& header, const void* pData)
 {
-    std::string strName = NameOfHandle(hThread);
-    if (strName.empty())
+    sockaddr_un addr;
+    chThreadLocal::Impl* pLocal = nullptr;
+    if (!TargetOf(hThread, addr, &pLocal))
         return MSG_SEND_NO_THREAD;
-    if (chThreadLocal::Impl* pLocal = FindLocalThread(strName)) {
+    if (pLocal != nullptr) {
         PostToLocalThread(pLocal, header, pData);
         return MSG_SEND_OK;
     }
     int fd = PostSocket();
     if (fd < 0)
         return MSG_SEND_NO_THREAD;
-    return SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
+    return SendDatagram(fd, addr, header, pData);
 }
 
 // The socket a sending thread gets its answers on: bound once to a unique name beside the
@@ -150,11 +189,7 @@ struct ReplySocket {
             nTimeoutMs = nWanted;
     }
 
-    bool SameRoot() const
-    {
-        const char* szRoot = getenv("ETL_ROOT");
-        return strRoot == (szRoot != nullptr ? szRoot : "");
-    }
+    bool SameRoot() const { return strRoot == RootInForce(); }
     ~ReplySocket()
     {
         if (fd >= 0) {
@@ -197,13 +232,14 @@ msgThread msgGetThreadByName(const char* szName)
     if (FindLocalThread(szName) == nullptr && (stat(strPath.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)))
         return 0;
     std::lock_guard<std::mutex> lock(HandleMutex());
-    std::vector<std::string>& vecNames = HandleNames();
-    for (size_t i = 0; i < vecNames.size(); ++i) {
-        if (vecNames[i] == szName)
+    std::vector<std::unique_ptr<HandleEntry>>& vecEntries = HandleEntries();
+    for (size_t i = 0; i < vecEntries.size(); ++i) {
+        if (vecEntries[i]->strName == szName)
             return static_cast<msgThread>(i + 1);
     }
-    vecNames.push_back(szName);
-    return static_cast<msgThread>(vecNames.size());
+    vecEntries.emplace_back(new HandleEntry);
+    vecEntries.back()->strName = szName;
+    return static_cast<msgThread>(vecEntries.size());
 }
 
 int msgPostMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t nLparam)
@@ -230,8 +266,8 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
 {
     if (!CheckExtra(nSize, pData))
         return MSG_SEND_NO_THREAD;
-    std::string strName = NameOfHandle(hThread);
-    if (strName.empty())
+    sockaddr_un addr;
+    if (!TargetOf(hThread, addr, nullptr))
         return MSG_SEND_NO_THREAD;
 
     ReplySocket& own = OwnReplySocket();
@@ -248,7 +284,7 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     header.nLparam = nLparam;
     header.nSeq = nSerial ^ (static_cast<uint32_t>(getpid()) << 12);
     header.nSize = static_cast<uint32_t>(nSize);
-    int nResult = SendDatagram(fd, strName, wire::EncodeDatagram(header, pData));
+    int nResult = SendDatagram(fd, addr, header, pData);
 
     // Wait in recv itself (one call per answer); the receive timeout is set only when it changes.
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs < 0 ? 0 : nTimeoutMs);

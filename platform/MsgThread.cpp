@@ -8,76 +8,154 @@
 #include "MsgWire.h"
 
 #include <algorithm>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/post.hpp>
-#include <asio/signal_set.hpp>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <malloc.h>
 #include <map>
-#include <poll.h>
 #include <mutex>
+#include <poll.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace ETL_MsgQueueHelper {
 
-asio::io_context& PlatformLoop()
-{
-    static asio::io_context s_loop(1);
-    return s_loop;
-}
-
 namespace {
 
-// A loop of its own, run only inside the platform's sleep: its signal set is told of SIGTERM and
-// SIGINT as the message loop's is (which still ends Run at once), but it never handles a message.
-struct SleepWatch {
-    asio::io_context loop{1};
-    asio::signal_set signals{loop, SIGTERM, SIGINT};
-    bool bStop = false;
-};
+// SIGTERM and SIGINT, counted from the first registration on. The handler wakes whatever waits:
+// the loop (a wake-up datagram to its own socket) and a sleep (a byte on the sleep pipe).
+std::atomic<int> g_nStopSignals{0};
+bool g_bSignalsCaught = false;
+std::atomic<int> g_fdWake{-1};
+sockaddr_un g_wakeAddr{};
+socklen_t g_nWakeLen = 0;
+std::atomic<int> g_fdSleepWrite{-1};
+int g_fdSleepRead = -1;
 
-// Made when a message thread starts catching the stop signals; never destroyed, so that a
-// signal at exit finds it whole.
-SleepWatch* g_pSleepWatch = nullptr;
+void OnStopSignal(int)
+{
+    int nSavedErrno = errno;
+    g_nStopSignals.fetch_add(1);
+    int fd = g_fdWake.load();
+    if (fd >= 0)
+        (void)sendto(fd, nullptr, 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&g_wakeAddr), g_nWakeLen);
+    fd = g_fdSleepWrite.load();
+    if (fd >= 0)
+        (void)!write(fd, "s", 1);
+    errno = nSavedErrno;
+}
+
+void CatchStopSignals()
+{
+    if (g_bSignalsCaught)
+        return;
+    g_bSignalsCaught = true;
+    struct sigaction action {};
+    action.sa_handler = OnStopSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    (void)sigaction(SIGTERM, &action, nullptr);
+    (void)sigaction(SIGINT, &action, nullptr);
+}
+
+// Waits up to nMs (forever when negative) or until a stop signal.
+void WaitForStopSignal(int nMs)
+{
+    if (g_fdSleepRead < 0) {
+        int aFds[2];
+        if (pipe2(aFds, O_CLOEXEC | O_NONBLOCK) == 0) {
+            g_fdSleepRead = aFds[0];
+            g_fdSleepWrite.store(aFds[1]);
+        }
+    }
+    // Checked after the pipe exists: a signal from here on writes to it, so none is missed.
+    if (g_nStopSignals.load() != 0)
+        return;
+    pollfd pfd{g_fdSleepRead, POLLIN, 0};
+    (void)poll(&pfd, g_fdSleepRead >= 0 ? 1 : 0, nMs);
+}
+
+// Timers of the loop; only the loop's thread lists, unlists and fires them.
+std::vector<LoopTimer*>& LoopTimers()
+{
+    static std::vector<LoopTimer*> s_timers;
+    return s_timers;
+}
+
+bool IsListed(LoopTimer* pTimer)
+{
+    const std::vector<LoopTimer*>& vecTimers = LoopTimers();
+    return std::find(vecTimers.begin(), vecTimers.end(), pTimer) != vecTimers.end();
+}
+
+// Fires every timer due now once (a handler may list or unlist timers, or take longer than an
+// interval: the messages get their turn before a timer fires again). Returns whether a timer is
+// listed, with the earliest due time in tNext.
+bool FireDueTimers(std::chrono::steady_clock::time_point& tNext)
+{
+    std::vector<LoopTimer*>& vecTimers = LoopTimers();
+    if (vecTimers.empty())
+        return false;
+    auto tNow = std::chrono::steady_clock::now();
+    bool bAnyDue = std::any_of(vecTimers.begin(), vecTimers.end(), [&](LoopTimer* p) { return p->tDue <= tNow; });
+    if (bAnyDue) {
+        std::vector<LoopTimer*> vecDue;
+        for (LoopTimer* pTimer : vecTimers) {
+            if (pTimer->tDue <= tNow)
+                vecDue.push_back(pTimer);
+        }
+        for (LoopTimer* pTimer : vecDue) {
+            if (IsListed(pTimer) && pTimer->tDue <= tNow)
+                pTimer->Expire();
+        }
+    }
+    if (vecTimers.empty())
+        return false;
+    tNext = (*std::min_element(vecTimers.begin(), vecTimers.end(),
+                               [](LoopTimer* a, LoopTimer* b) { return a->tDue < b->tDue; }))->tDue;
+    return true;
+}
 
 } // namespace
 
+void ListLoopTimer(LoopTimer& timer)
+{
+    if (!timer.bListed)
+        LoopTimers().push_back(&timer);
+    timer.bListed = true;
+}
+
+void UnlistLoopTimer(LoopTimer& timer)
+{
+    if (!timer.bListed)
+        return;
+    std::vector<LoopTimer*>& vecTimers = LoopTimers();
+    vecTimers.erase(std::remove(vecTimers.begin(), vecTimers.end(), &timer), vecTimers.end());
+    timer.bListed = false;
+}
+
 bool PlatformSleep(int nMs)
 {
-    if (g_pSleepWatch == nullptr)
+    if (!g_bSignalsCaught)
         return false;
-    SleepWatch& watch = *g_pSleepWatch;
-    if (!watch.bStop) {
-        watch.signals.async_wait([&watch](const asio::error_code& ec, int) {
-            if (ec == asio::error::operation_aborted)
-                return;
-            watch.bStop = true;
-            watch.loop.stop();
-        });
-        watch.loop.restart();
-        (void)watch.loop.run_for(std::chrono::milliseconds(nMs));
-        asio::error_code ec;
-        (void)watch.signals.cancel(ec);
-        watch.loop.restart();
-        (void)watch.loop.poll();
-    }
+    WaitForStopSignal(nMs);
     return true;
 }
 
 bool PlatformStopRequested()
 {
-    return g_pSleepWatch != nullptr && g_pSleepWatch->bStop;
+    return g_nStopSignals.load() != 0;
 }
 
 struct ReplyContext {
@@ -97,6 +175,8 @@ constexpr size_t kMaxQueuedMessages = 100000;
 constexpr size_t kMaxQueuedBytes = 64u * 1024u * 1024u;
 // A backlog this long is a burst worth giving the heap back after.
 constexpr size_t kTrimAfterMessages = 64;
+// The receiver thread only reads datagrams and traces drops: a small stack does.
+constexpr size_t kReceiverStack = 64u * 1024u;
 
 struct QueuedMsg {
     wire::Header header;
@@ -117,9 +197,15 @@ void SendReply(ReplyContext& ctx, int nResult, const void* pData, int nSize)
     header.nSize = (pData != nullptr && nSize > 0) ? static_cast<uint32_t>(nSize) : 0;
     if (header.nSize > wire::MAX_EXTRA)
         header.nSize = wire::MAX_EXTRA;
-    std::string strDgram = wire::EncodeDatagram(header, pData);
-    if (sendto(ctx.fd, strDgram.data(), strDgram.size(), MSG_DONTWAIT,
-               reinterpret_cast<const sockaddr*>(&ctx.addr), ctx.nAddrLen) < 0)
+    unsigned char aHead[wire::HEADER_SIZE];
+    wire::EncodeHeader(header, aHead);
+    iovec aIov[2] = {{aHead, sizeof(aHead)}, {const_cast<void*>(pData), header.nSize}};
+    msghdr mh{};
+    mh.msg_name = &ctx.addr;
+    mh.msg_namelen = ctx.nAddrLen;
+    mh.msg_iov = aIov;
+    mh.msg_iovlen = header.nSize > 0 ? 2 : 1;
+    if (sendmsg(ctx.fd, &mh, MSG_DONTWAIT) < 0)
         ETL_TraceHelper::etlTrace(2, "msgqueue: reply to a sender failed: %s", strerror(errno));
     else if (ctx.pnReplies != nullptr)
         CFG_COUNT(++*ctx.pnReplies);
@@ -127,10 +213,14 @@ void SendReply(ReplyContext& ctx, int nResult, const void* pData, int nSize)
 
 } // namespace
 
-// How the queue is fed: while the loop is idle it waits for the socket itself and reads it, so a
-// message costs one wake-up. While a handler runs (or before Run), a receiver thread of the
-// platform takes over reading, so the kernel's small datagram queue never limits the senders.
-// Every read happens under the mutex straight into the queue, so the order is the arrival order.
+// How the queue is fed: while the loop is idle it blocks in a read of the socket itself (with the
+// next timer's due time as the read's limit), so a message costs that read and the reply. While a
+// handler runs (or before Run), a receiver thread of the platform takes over reading, so the
+// kernel's small datagram queue never limits the senders. The receiver reads under the mutex
+// straight into the queue, and the loop reads only while the queue is empty and the receiver
+// keeps off the socket, so the order is the arrival order. Whoever has to stop the loop's read
+// early (a post from another thread, ExitLoop, a stop signal) sends the socket an empty datagram
+// from the socket itself, which the readers tell from any other sender's.
 struct chThreadLocal::Impl {
     explicit Impl(chThreadLocal& owner) : thread(owner) {}
 
@@ -145,9 +235,14 @@ struct chThreadLocal::Impl {
     int nTask = 0; // the task that registered the thread
     std::string strSocketPath;
     std::string strLockPath;
-    std::thread receiver;
-    std::unique_ptr<asio::posix::stream_descriptor> pDescriptor;
+    sockaddr_un selfAddr{};
+    socklen_t nSelfLen = 0;
+    pthread_t receiver{};
+    bool bReceiverRunning = false;
+    // The loop's receive buffer, the largest datagram and one byte more. Not cleared, so pages
+    // that no datagram reaches are never touched.
     std::unique_ptr<unsigned char[]> pLoopBuf;
+    int nWaitLimitMs = 0; // the socket's receive timeout as set (0: none)
 
     std::mutex mutex; // guards the queue and the flags below
     std::condition_variable cvReceiver;
@@ -155,33 +250,24 @@ struct chThreadLocal::Impl {
     size_t nQueuedBytes = 0;
     uint64_t nProgress = 0;     // messages the loop has taken
     size_t nQueuedPeak = 0;     // most messages waiting at once since the heap was last trimmed
-    bool bChainActive = false;  // a DrainOne is posted or running
-    bool bArmed = false;        // the loop waits for the socket itself
-    bool bReceiverIdle = false; // the receiver sleeps until the loop gets busy
+    bool bLoopWaiting = false;  // the loop reads the socket itself; the receiver keeps off
+    bool bWakeSent = false;     // a wake-up datagram is on its way to that read
+    bool bReceiverIdle = false; // the receiver sleeps until the loop takes a message
     bool bStopping = false;
     bool bFullCounted = false;  // the current stall at the queue's bound is counted
 
-    std::unique_ptr<asio::signal_set> pSignals;
+    std::atomic<bool> bExit{false};
     int nExitStatus = 0;
-    // Work already posted to the loop checks this first, so a destroyed thread is never touched.
-    std::shared_ptr<bool> pAlive = std::make_shared<bool>(true);
+    int nSignalsAtStart = 0; // stop signals counted before the registration
 
     bool QueueFullLocked() const { return queue.size() >= kMaxQueuedMessages || nQueuedBytes >= kMaxQueuedBytes; }
+    bool StopSignalled() const { return g_nStopSignals.load() != nSignalsAtStart; }
 
-    void ScheduleDrain()
+    void WakeLoopLocked()
     {
-        std::weak_ptr<bool> wpAlive = pAlive;
-        asio::post(PlatformLoop(), [this, wpAlive] {
-            if (!wpAlive.expired())
-                DrainOne();
-        });
-    }
-
-    void KickLocked()
-    {
-        if (!bChainActive) {
-            bChainActive = true;
-            ScheduleDrain();
+        if (bLoopWaiting && !bWakeSent && fd >= 0) {
+            bWakeSent = true;
+            (void)sendto(fd, nullptr, 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&selfAddr), nSelfLen);
         }
     }
 
@@ -192,154 +278,223 @@ struct chThreadLocal::Impl {
         nQueuedBytes += msg.vecExtra.size();
         queue.push_back(std::move(msg));
         CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, queue.size()));
-        KickLocked();
+        WakeLoopLocked();
     }
 
-    // Moves datagrams waiting in the socket into the queue (at most nMax), within the bounds.
-    // The buffer holds the largest datagram and one byte more; it is not cleared, so the pages
-    // that no datagram ever reaches are never touched.
-    void ReadSocketLocked(std::unique_ptr<unsigned char[]>& pBuf, size_t nMax = SIZE_MAX)
+    void PushLocked(QueuedMsg&& msg)
     {
-        const size_t nBufSize = wire::MAX_DATAGRAM + 1;
-        if (!pBuf)
-            pBuf.reset(new unsigned char[nBufSize]);
-        unsigned char* pData = pBuf.get();
-        size_t nTaken = 0;
-        while (fd >= 0 && nTaken < nMax && !QueueFullLocked()) {
+        nQueuedBytes += msg.vecExtra.size();
+        queue.push_back(std::move(msg));
+        nQueuedPeak = std::max(nQueuedPeak, queue.size());
+        CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, queue.size()));
+        bFullCounted = false;
+    }
+
+    // Whether a datagram read from the socket is a message to handle; a wake-up is skipped
+    // silently, anything malformed with one trace line. pHead holds at least the header.
+    bool AcceptLocked(const unsigned char* pHead, size_t nLen, const sockaddr_un& from, socklen_t nFromLen,
+                      wire::Header& header)
+    {
+        if (nLen == 0 && nFromLen == nSelfLen && std::memcmp(&from, &selfAddr, nSelfLen) == 0)
+            return false;
+        const char* szWhy = nLen > wire::MAX_DATAGRAM ? "datagram over the maximum size"
+                                                      : wire::DecodeDatagram(pHead, nLen, header);
+        if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
+            szWhy = "reply that nobody waits for";
+        if (szWhy != nullptr) {
+            ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zu bytes: %s",
+                                      strName.c_str(), nLen, szWhy);
+            CFG_COUNT(++counters.nMalformed);
+            return false;
+        }
+        return true;
+    }
+
+    // Receiver only: moves datagrams waiting in the socket into the queue, within its bounds. Each
+    // header is peeked first, so the extra bytes go straight into a block of their own size.
+    void ReadSocketLocked()
+    {
+        while (fd >= 0 && !QueueFullLocked()) {
+            unsigned char aHead[wire::HEADER_SIZE];
             sockaddr_un from{};
             socklen_t nFromLen = sizeof(from);
-            ssize_t nGot = recvfrom(fd, pData, nBufSize, MSG_DONTWAIT | MSG_TRUNC,
+            ssize_t nGot = recvfrom(fd, aHead, sizeof(aHead), MSG_DONTWAIT | MSG_PEEK | MSG_TRUNC,
                                     reinterpret_cast<sockaddr*>(&from), &nFromLen);
             if (nGot < 0) {
                 if (errno == EINTR)
                     continue;
                 return;
             }
-            size_t nLen = static_cast<size_t>(nGot);
-            wire::Header header;
-            const char* szWhy = nLen > wire::MAX_DATAGRAM ? "datagram over the maximum size"
-                                                          : wire::DecodeDatagram(pData, nLen, header);
-            if (szWhy == nullptr && header.nKind == wire::KIND_REPLY)
-                szWhy = "reply that nobody waits for";
-            if (szWhy != nullptr) {
-                ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: dropped a malformed datagram of %zd bytes: %s",
-                                          strName.c_str(), nGot, szWhy);
-                CFG_COUNT(++counters.nMalformed);
-                continue;
-            }
             QueuedMsg msg;
-            msg.header = header;
-            msg.vecExtra.assign(pData + wire::HEADER_SIZE, pData + nLen);
+            bool bTake = AcceptLocked(aHead, static_cast<size_t>(nGot), from, nFromLen, msg.header);
+            if (bTake)
+                msg.vecExtra.resize(msg.header.nSize);
+            iovec aIov[2] = {{aHead, sizeof(aHead)}, {msg.vecExtra.data(), msg.vecExtra.size()}};
+            msghdr mh{};
+            mh.msg_iov = aIov;
+            mh.msg_iovlen = msg.vecExtra.empty() ? 1 : 2;
+            if (recvmsg(fd, &mh, MSG_DONTWAIT) < 0)
+                return;
+            if (!bTake)
+                continue;
             msg.replyAddr = from;
             msg.nReplyLen = nFromLen;
-            nQueuedBytes += msg.vecExtra.size();
-            queue.push_back(std::move(msg));
-            nQueuedPeak = std::max(nQueuedPeak, queue.size());
-            CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, queue.size()));
-            ++nTaken;
-            bFullCounted = false;
+            PushLocked(std::move(msg));
         }
         // Counted once per stall, not at every tick the receiver finds the bound still reached.
-        if (fd >= 0 && nTaken < nMax && QueueFullLocked() && !bFullCounted) {
+        if (fd >= 0 && QueueFullLocked() && !bFullCounted) {
             bFullCounted = true;
             CFG_COUNT(++counters.nQueueFull);
         }
     }
 
-    // Loop only: wait for the socket to become readable, then drain again.
-    void ArmLocked()
+    // Loop only: sets the socket's receive timeout so that the read returns by the next timer's
+    // due time. It is changed only when it would end the read late, or far too early, so a run of
+    // messages between two timer expiries sets it a handful of times, not once per message.
+    void SetWaitLimit(bool bTimer, std::chrono::steady_clock::time_point tNext)
     {
-        if (bArmed || !pDescriptor)
-            return;
-        bArmed = true;
-        std::weak_ptr<bool> wpAlive = pAlive;
-        pDescriptor->async_wait(asio::posix::stream_descriptor::wait_read,
-                                [this, wpAlive](const asio::error_code& ec) {
-                                    if (ec == asio::error::operation_aborted || wpAlive.expired())
-                                        return;
-                                    {
-                                        std::lock_guard<std::mutex> lock(mutex);
-                                        bArmed = false;
-                                        if (bChainActive)
-                                            return;
-                                        bChainActive = true;
-                                    }
-                                    DrainOne();
-                                });
-    }
-
-    // Loop only: handles one message, then yields so that timers due meanwhile get their turn.
-    void DrainOne()
-    {
-        QueuedMsg msg;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            // One at a time: the read that finds the socket empty is the one that arms the wait.
-            if (queue.empty())
-                ReadSocketLocked(pLoopBuf, 1);
-            if (queue.empty()) {
-                bChainActive = false;
-                ArmLocked();
-                // A burst leaves its messages' memory in the heap (much of it in the receiver's
-                // arena); a daemon that runs for months gives it back once the burst is over.
-                if (nQueuedPeak >= kTrimAfterMessages) {
-                    nQueuedPeak = 0;
-                    (void)malloc_trim(0);
-                }
+        int nWanted = 0;
+        if (bTimer) {
+            auto nLeft = std::chrono::ceil<std::chrono::milliseconds>(tNext - std::chrono::steady_clock::now()).count();
+            long long nLeftMs = std::max<long long>(1, nLeft);
+            if (nWaitLimitMs != 0 && nWaitLimitMs <= nLeftMs && nWaitLimitMs >= nLeftMs / 2)
                 return;
-            }
-            msg = std::move(queue.front());
-            queue.pop_front();
-            nQueuedBytes -= msg.vecExtra.size();
-            ++nProgress;
-            if (bReceiverIdle) {
-                bReceiverIdle = false;
-                cvReceiver.notify_one();
-            }
+            nLeftMs = std::min<long long>(nLeftMs - nLeftMs / 8, 24LL * 3600 * 1000);
+            nWanted = static_cast<int>(std::max<long long>(1, nLeftMs));
+        } else if (nWaitLimitMs == 0) {
+            return;
         }
-        Handle(msg);
-        ScheduleDrain();
+        timeval tv{nWanted / 1000, (nWanted % 1000) * 1000};
+        if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
+            nWaitLimitMs = nWanted;
     }
 
-    void Handle(QueuedMsg& queued)
+    // Loop only: timers due, then one message (queued, or read from the socket when none is),
+    // until ExitLoop or a stop signal.
+    void RunLoop()
+    {
+        const size_t nBufSize = wire::MAX_DATAGRAM + 1;
+        if (!pLoopBuf)
+            pLoopBuf.reset(new unsigned char[nBufSize]);
+        unsigned char* pBuf = pLoopBuf.get();
+        while (!bExit.load() && !StopSignalled()) {
+            std::chrono::steady_clock::time_point tNext;
+            bool bTimer = FireDueTimers(tNext);
+            if (bExit.load() || StopSignalled())
+                break;
+            QueuedMsg queued;
+            bool bQueued = false;
+            bool bTrim = false;
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                if (!queue.empty()) {
+                    queued = std::move(queue.front());
+                    queue.pop_front();
+                    nQueuedBytes -= queued.vecExtra.size();
+                    ++nProgress;
+                    bQueued = true;
+                } else if (nQueuedPeak >= kTrimAfterMessages) {
+                    nQueuedPeak = 0;
+                    bTrim = true;
+                } else {
+                    bLoopWaiting = true;
+                    bWakeSent = false;
+                }
+            }
+            if (bQueued) {
+                Handle(queued.header, queued.vecExtra.data(), queued.vecExtra.size(), queued.replyAddr,
+                       queued.nReplyLen);
+                continue;
+            }
+            if (bTrim) {
+                // A burst leaves its messages' memory in the heap; a daemon that runs for months
+                // gives it back once the burst is over.
+                (void)malloc_trim(0);
+                continue;
+            }
+            SetWaitLimit(bTimer, tNext);
+            sockaddr_un from{};
+            socklen_t nFromLen = sizeof(from);
+            ssize_t nGot = recvfrom(fd, pBuf, nBufSize, MSG_TRUNC, reinterpret_cast<sockaddr*>(&from), &nFromLen);
+            wire::Header header;
+            bool bDirect = false;
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                bLoopWaiting = false;
+                if (nGot >= 0 && AcceptLocked(pBuf, static_cast<size_t>(nGot), from, nFromLen, header)) {
+                    if (queue.empty()) {
+                        bDirect = true;
+                        ++nProgress;
+                        CFG_COUNT(counters.nQueueMax = std::max<uint64_t>(counters.nQueueMax, 1));
+                    } else {
+                        // Local posts came first: this one waits its turn behind them.
+                        QueuedMsg msg;
+                        msg.header = header;
+                        msg.vecExtra.assign(pBuf + wire::HEADER_SIZE, pBuf + nGot);
+                        msg.replyAddr = from;
+                        msg.nReplyLen = nFromLen;
+                        PushLocked(std::move(msg));
+                    }
+                    if (bReceiverIdle) {
+                        bReceiverIdle = false;
+                        cvReceiver.notify_one();
+                    }
+                }
+            }
+            if (bDirect)
+                Handle(header, pBuf + wire::HEADER_SIZE, static_cast<size_t>(nGot) - wire::HEADER_SIZE, from,
+                       nFromLen);
+        }
+    }
+
+    void Handle(const wire::Header& header, const unsigned char* pExtra, size_t nExtra, const sockaddr_un& from,
+                socklen_t nFromLen)
     {
         ReplyContext ctx;
         ctx.fd = fd;
-        ctx.nSeq = queued.header.nSeq;
-        ctx.bWantsReply = queued.header.nKind == wire::KIND_SEND && queued.nReplyLen > sizeof(sa_family_t);
-        ctx.addr = queued.replyAddr;
-        ctx.nAddrLen = queued.nReplyLen;
+        ctx.nSeq = header.nSeq;
+        ctx.bWantsReply = header.nKind == wire::KIND_SEND && nFromLen > sizeof(sa_family_t);
+        ctx.addr = from;
+        ctx.nAddrLen = nFromLen;
         ctx.pnReplies = &counters.nReplies;
-        CFG_COUNT(counters.CountHandled(queued.header.nId));
-        void* pExtra = queued.vecExtra.empty() ? nullptr : queued.vecExtra.data();
-        msgObject msg(queued.header.nId, queued.header.nWparam, queued.header.nLparam, pExtra,
-                      static_cast<int>(queued.vecExtra.size()), &ctx);
+        CFG_COUNT(counters.CountHandled(header.nId));
+        msgObject msg(header.nId, header.nWparam, header.nLparam, nExtra > 0 ? pExtra : nullptr,
+                      static_cast<int>(nExtra), &ctx);
         int nResult = thread.TryThreadMessage(msg);
         // A sender always learns that the handling is over: with the handler's answer, else
         // with the dispatcher's result.
         SendReply(ctx, nResult != 0 ? 1 : 0, nullptr, 0);
     }
 
-    // The receiver thread: idle while the loop reads for itself; otherwise it drains the socket
-    // every tick, and continuously once the loop has made no progress for a whole tick.
+    // The receiver thread: while the loop reads for itself it only watches that messages keep
+    // coming, and sleeps for good after a quiet tick (the loop wakes it with the next message).
+    // While the loop is busy it drains the socket every tick, and continuously once the loop has
+    // made no progress for a whole tick.
     void ReceiveLoop()
     {
         const auto tick = std::chrono::milliseconds(20);
-        std::unique_ptr<unsigned char[]> pBuf;
         std::unique_lock<std::mutex> lock(mutex);
         uint64_t nSeen = nProgress;
         bool bStuck = false;
+        bool bWatched = false; // a whole tick has passed since nSeen while the loop read for itself
         while (!bStopping) {
-            if (bArmed) {
-                bReceiverIdle = true;
-                cvReceiver.wait(lock, [this] { return bStopping || !bReceiverIdle; });
-                nSeen = nProgress;
+            if (bLoopWaiting) {
+                if (bWatched && nProgress == nSeen) {
+                    bReceiverIdle = true;
+                    cvReceiver.wait(lock, [this] { return bStopping || !bReceiverIdle; });
+                    bWatched = false;
+                } else {
+                    nSeen = nProgress;
+                    cvReceiver.wait_for(lock, tick, [this] { return bStopping; });
+                    bWatched = true;
+                }
                 bStuck = false;
                 continue;
             }
+            bWatched = false;
             if (!bStuck || QueueFullLocked()) {
                 cvReceiver.wait_for(lock, tick, [this] { return bStopping; });
-                if (bStopping || bArmed)
+                if (bStopping || bLoopWaiting)
                     continue;
                 bStuck = nProgress == nSeen;
             } else {
@@ -347,15 +502,13 @@ struct chThreadLocal::Impl {
                 pollfd pfd{fd, POLLIN, 0};
                 (void)poll(&pfd, 1, static_cast<int>(tick.count()));
                 lock.lock();
-                if (bStopping || bArmed)
+                if (bStopping || bLoopWaiting)
                     continue;
                 if (nProgress != nSeen)
                     bStuck = false;
             }
             nSeen = nProgress;
-            ReadSocketLocked(pBuf);
-            if (!queue.empty())
-                KickLocked();
+            ReadSocketLocked();
         }
     }
 };
@@ -520,40 +673,38 @@ void chThreadLocal::DefaultProcessMessage(msgObject& msg)
 
 int chThreadLocal::Run()
 {
-    asio::io_context& loop = PlatformLoop();
     Impl& impl = *m_pImpl;
     impl.nExitStatus = 0;
-    if (!impl.pSignals) {
-        impl.pSignals.reset(new asio::signal_set(loop, SIGTERM, SIGINT));
-    }
-    impl.pSignals->async_wait([&impl](const asio::error_code& ec, int) {
-        if (ec == asio::error::operation_aborted)
-            return;
-        impl.nExitStatus = 0;
-        PlatformLoop().stop();
-    });
-    // Ready is told from inside the loop (first, before what waits), so that whoever waits for it
-    // finds a ping answered.
-    asio::post(loop, [] { (void)NotifyServiceManager("READY=1"); });
-    {
-        // Start with whatever waits; the loop then arms itself on the socket.
-        std::lock_guard<std::mutex> lock(impl.mutex);
-        impl.KickLocked();
-    }
+    impl.bExit.store(false);
+    CatchStopSignals();
     // Start-up leaves freed memory behind (parsed files, expanded name maps); give it back before
     // a run that may last for months.
     (void)malloc_trim(0);
-    auto guard = asio::make_work_guard(loop);
-    loop.restart();
-    loop.run();
+    // A stop signal during start-up ends Run at once, without telling readiness.
+    if (!impl.StopSignalled()) {
+        // Ready is told just before the loop reads, so that whoever waits for it finds a ping
+        // answered.
+        (void)NotifyServiceManager("READY=1");
+        if (impl.fd >= 0) {
+            impl.RunLoop();
+        } else {
+            while (!impl.bExit.load() && !impl.StopSignalled())
+                WaitForStopSignal(-1);
+        }
+    }
+    if (impl.StopSignalled())
+        impl.nExitStatus = 0;
     (void)NotifyServiceManager("STOPPING=1");
     return impl.nExitStatus;
 }
 
 void chThreadLocal::ExitLoop(int nStatus)
 {
-    m_pImpl->nExitStatus = nStatus;
-    PlatformLoop().stop();
+    Impl& impl = *m_pImpl;
+    impl.nExitStatus = nStatus;
+    impl.bExit.store(true);
+    std::lock_guard<std::mutex> lock(impl.mutex);
+    impl.WakeLoopLocked();
 }
 
 const char* chThreadLocal::GetThreadName() const
@@ -663,18 +814,32 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     impl.strSocketPath = strPath;
     impl.strLockPath = strLock;
+    impl.selfAddr = addr;
+    impl.nSelfLen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strPath.size() + 1);
+    impl.nWaitLimitMs = 0;
     impl.bStopping = false;
     // Signals are caught from registration on, so a SIGTERM during start-up ends Run at once.
-    impl.pSignals.reset(new asio::signal_set(PlatformLoop(), SIGTERM, SIGINT));
-    if (g_pSleepWatch == nullptr)
-        g_pSleepWatch = new SleepWatch;
+    impl.nSignalsAtStart = g_nStopSignals.load();
+    g_wakeAddr = impl.selfAddr;
+    g_nWakeLen = impl.nSelfLen;
+    g_fdWake.store(fd);
+    CatchStopSignals();
     {
         std::lock_guard<std::mutex> lock(LocalThreadsMutex());
         LocalThreads()[impl.strName] = &impl;
     }
-    impl.pDescriptor.reset(new asio::posix::stream_descriptor(PlatformLoop(), fd));
+    pthread_attr_t attr;
+    (void)pthread_attr_init(&attr);
+    (void)pthread_attr_setstacksize(&attr, kReceiverStack);
     chThreadLocal::Impl* pImpl = &impl;
-    impl.receiver = std::thread([pImpl] { pImpl->ReceiveLoop(); });
+    nErr = pthread_create(&impl.receiver, &attr, [](void* pArg) -> void* {
+        static_cast<chThreadLocal::Impl*>(pArg)->ReceiveLoop();
+        return nullptr;
+    }, pImpl);
+    (void)pthread_attr_destroy(&attr);
+    impl.bReceiverRunning = nErr == 0;
+    if (nErr != 0)
+        ETL_TraceHelper::etlTrace(2, "msgqueue: [%s] no receiver thread: %s", impl.strName.c_str(), strerror(nErr));
     return 0;
 }
 
@@ -696,27 +861,21 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
     impl.cvReceiver.notify_all();
     (void)unlink(impl.strSocketPath.c_str());
     (void)shutdown(impl.fd, SHUT_RDWR);
-    if (impl.receiver.joinable())
-        impl.receiver.join();
-    if (impl.pDescriptor) {
-        asio::error_code ec;
-        impl.pDescriptor->cancel(ec);
-        (void)impl.pDescriptor->release();
-        impl.pDescriptor.reset();
-    }
+    if (impl.bReceiverRunning)
+        (void)pthread_join(impl.receiver, nullptr);
+    impl.bReceiverRunning = false;
+    int nExpected = impl.fd;
+    (void)g_fdWake.compare_exchange_strong(nExpected, -1);
     (void)close(impl.fd);
     impl.fd = -1;
     (void)unlink(impl.strLockPath.c_str());
     (void)close(impl.fdLock);
     impl.fdLock = -1;
-    impl.pSignals.reset();
     std::lock_guard<std::mutex> lock(impl.mutex);
     impl.queue.clear();
     impl.nQueuedBytes = 0;
-    impl.bChainActive = false;
-    impl.bArmed = false;
+    impl.bLoopWaiting = false;
     impl.bReceiverIdle = false;
-    impl.pAlive = std::make_shared<bool>(true);
     return 0;
 }
 

@@ -1,37 +1,24 @@
-// chThreadTimer on an asio steady timer of the process loop.
+// chThreadTimer on the process loop's timer list.
 #include "ETL_MsgQueueHelper.h"
 #include "MsgLoop.h"
 
-#include <asio/steady_timer.hpp>
-
 namespace ETL_MsgQueueHelper {
 
-struct chThreadTimer::Impl {
-    explicit Impl(unsigned int nTimerId) : nId(nTimerId), timer(PlatformLoop()) {}
+struct chThreadTimer::Impl final : LoopTimer {
+    explicit Impl(unsigned int nTimerId) : nId(nTimerId) {}
 
-    void Schedule()
+    void Expire() override
     {
-        timer.expires_at(timer.expiry() + std::chrono::milliseconds(nIntervalMs));
-        uint64_t nGen = nGeneration;
-        timer.async_wait([this, nGen](const asio::error_code& ec) { OnExpiry(ec, nGen); });
-    }
-
-    void OnExpiry(const asio::error_code& ec, uint64_t nGen)
-    {
-        if (ec == asio::error::operation_aborted || nGen != nGeneration || !bArmed)
-            return;
-        // Re-arm before the handler runs, so that a KillTimer inside the handler wins.
-        Schedule();
+        // Re-arm before the handler runs, so that a KillTimer inside the handler wins. Due times
+        // advance by whole intervals from the arming, so a late expiry does not shift later ones.
+        tDue += std::chrono::milliseconds(nIntervalMs);
         msgObject msg(MSG_PLATFORM_TIMER, static_cast<int32_t>(nId), 0, nullptr, 0);
         if (pTarget != nullptr && pHandler != nullptr)
             (void)(pTarget->*pHandler)(msg);
     }
 
     unsigned int nId;
-    asio::steady_timer timer;
     uint64_t nIntervalMs = 0;
-    uint64_t nGeneration = 0; // stale expiries of an earlier arming are ignored
-    bool bArmed = false;
     chMsgProcesser* pTarget = nullptr;
     chMsgProcesser::msgHandler pHandler = nullptr;
 };
@@ -48,29 +35,21 @@ void chThreadTimer::SetTimer(uint64_t nIntervalMs, void* pData, chMsgProcesser* 
 {
     (void)pData;
     Impl& impl = *m_pImpl;
-    impl.timer.cancel();
-    ++impl.nGeneration;
     impl.nIntervalMs = nIntervalMs == 0 ? 1 : nIntervalMs;
     impl.pTarget = pTarget;
     impl.pHandler = pHandler;
-    impl.bArmed = true;
-    impl.timer.expires_at(std::chrono::steady_clock::now());
-    impl.Schedule();
+    impl.tDue = std::chrono::steady_clock::now() + std::chrono::milliseconds(impl.nIntervalMs);
+    ListLoopTimer(impl);
 }
 
 void chThreadTimer::KillTimer()
 {
-    Impl& impl = *m_pImpl;
-    if (!impl.bArmed)
-        return;
-    impl.bArmed = false;
-    ++impl.nGeneration;
-    impl.timer.cancel();
+    UnlistLoopTimer(*m_pImpl);
 }
 
 int chThreadTimer::IsTimerRuning() const
 {
-    return m_pImpl->bArmed ? 1 : 0;
+    return m_pImpl->bListed ? 1 : 0;
 }
 
 } // namespace ETL_MsgQueueHelper

@@ -45,10 +45,8 @@ int MkdirOne(const std::string& strPath, mode_t nMode)
 
 } // namespace
 
-std::string EncodeDatagram(const Header& header, const void* pExtra)
+void EncodeHeader(const Header& header, unsigned char* p)
 {
-    std::string strOut(HEADER_SIZE + header.nSize, '\0');
-    unsigned char* p = reinterpret_cast<unsigned char*>(&strOut[0]);
     std::memcpy(p, "ETLM", 4);
     Put16(p + 4, 1);
     Put16(p + 6, header.nKind);
@@ -58,6 +56,13 @@ std::string EncodeDatagram(const Header& header, const void* pExtra)
     Put32(p + 20, header.nSeq);
     Put32(p + 24, header.nSize);
     Put32(p + 28, 0);
+}
+
+std::string EncodeDatagram(const Header& header, const void* pExtra)
+{
+    std::string strOut(HEADER_SIZE + header.nSize, '\0');
+    unsigned char* p = reinterpret_cast<unsigned char*>(&strOut[0]);
+    EncodeHeader(header, p);
     if (header.nSize > 0 && pExtra != nullptr)
         std::memcpy(p + HEADER_SIZE, pExtra, header.nSize);
     return strOut;

@@ -23,9 +23,12 @@ struct Header {
 
 // Header followed by the extra bytes, ready to send.
 std::string EncodeDatagram(const Header& header, const void* pExtra);
+// The header alone, into HEADER_SIZE bytes at pOut (the extra bytes follow it in a second iovec).
+void EncodeHeader(const Header& header, unsigned char* pOut);
 
 // Checks a received datagram. Returns null and fills the header when it is well formed, else a
-// short reason for the one trace line that reports the drop.
+// short reason for the one trace line that reports the drop. Only the header is read: nLen is the
+// whole datagram's length, so a header peeked alone can be checked before the rest is taken.
 const char* DecodeDatagram(const unsigned char* pData, size_t nLen, Header& header);
 
 // Folder of the thread sockets (resolved), and the socket path of a thread name; empty when the

@@ -1,12 +1,15 @@
-// Message threads: the datagram checks, and a busy receiver in another process that must lose
-// nothing and keep the order.
+// Message threads: the datagram checks, a busy receiver in another process that must lose nothing
+// and keep the order, and an idle loop woken by its timer and by another thread of its process.
 #include "ETL_MsgQueueHelper.h"
+#include "MsgPlatform.h"
 #include "MsgWire.h"
 #include "ProcessHarness.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <thread>
 
 using namespace ETL_MsgQueueHelper;
 
@@ -71,5 +74,60 @@ TEST(MsgThread, BusyReceiverLosesNothingAndKeepsOrder)
         ASSERT_EQ(nWparam, i) << "out of order";
     }
     EXPECT_FALSE(lines >> strId);
+    unsetenv("ETL_ROOT");
+}
+
+namespace {
+
+class CIdleThread : public chThreadLocal {
+public:
+    CIdleThread() : chThreadLocal("idleThread", nullptr) {}
+
+    int TryThreadMessage(msgObject& msg) override
+    {
+        if (msg.message == 0x200)
+            m_nWparam = msg.wParam;
+        return chThreadLocal::TryThreadMessage(msg);
+    }
+    // Three expiries, then the loop has nothing left to wake it but the other threads.
+    int OnTick(msgObject&)
+    {
+        if (++m_nTicks == 3)
+            m_timer.KillTimer();
+        return 1;
+    }
+
+    chThreadTimer m_timer{1};
+    std::atomic<int> m_nTicks{0};
+    std::atomic<int> m_nWparam{0};
+};
+
+} // namespace
+
+TEST(MsgThread, IdleLoopWakesForItsTimerAndForPostsOfOtherThreads)
+{
+    testutil::TempDir root;
+    setenv("ETL_ROOT", root.Path().c_str(), 1);
+    CIdleThread thread;
+    std::atomic<int> nStatus{-1};
+    // The loop's thread registers, arms the timer and runs, as a service's main thread does.
+    std::thread loop([&] {
+        uCSystemShareHelper::getGlobalObject().CreateLocalThread(thread);
+        thread.m_timer.SetTimer(15, nullptr, &thread, MSG_HANDLER(&CIdleThread::OnTick));
+        nStatus = thread.Run();
+        uCSystemShareHelper::getGlobalObject().DestroyLocalThread(thread);
+    });
+    EXPECT_TRUE(testutil::WaitUntil([&] { return thread.m_nTicks == 3; }, 10000)) << "the idle loop's timer stopped";
+    msgThread hThread = msgGetThreadByName("idleThread");
+    EXPECT_NE(hThread, 0u);
+    EXPECT_EQ(msgPostMsgToThread(hThread, 0x200, 7, 0), 0);
+    EXPECT_TRUE(testutil::WaitUntil([&] { return thread.m_nWparam == 7; }, 10000)) << "a local post did not wake the loop";
+    int nReply = 0;
+    EXPECT_EQ(msgSendMsgToThread(hThread, MSG_PLATFORM_PING, 0, 0, 0, nullptr, 10000, &nReply, nullptr), MSG_SEND_OK);
+    EXPECT_EQ(nReply, 1);
+    EXPECT_EQ(SnapshotCounters(thread.GetImpl()).nMalformed, 0u) << "wake-ups counted as malformed datagrams";
+    thread.ExitLoop(5);
+    loop.join();
+    EXPECT_EQ(nStatus, 5) << "ExitLoop from another thread did not end the waiting loop";
     unsetenv("ETL_ROOT");
 }
