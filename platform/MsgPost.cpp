@@ -65,8 +65,8 @@ std::vector<std::unique_ptr<HandleEntry>>& HandleEntries()
 
 // Where a message to the handle goes: with ppLocal, the registered thread of this process when
 // there is one (*ppLocal), else the socket address. False for an unknown handle or a name that
-// cannot be addressed.
-bool TargetOf(msgThread hThread, sockaddr_un& addr, chThreadLocal::Impl** ppLocal)
+// cannot be addressed. szRoot is the root in force (read once per message).
+bool TargetOf(msgThread hThread, const char* szRoot, sockaddr_un& addr, chThreadLocal::Impl** ppLocal)
 {
     std::lock_guard<std::mutex> lock(HandleMutex());
     if (hThread == 0 || hThread > HandleEntries().size())
@@ -74,7 +74,6 @@ bool TargetOf(msgThread hThread, sockaddr_un& addr, chThreadLocal::Impl** ppLoca
     HandleEntry& entry = *HandleEntries()[hThread - 1];
     if (ppLocal != nullptr && (*ppLocal = FindLocalThread(entry.strName)) != nullptr)
         return true;
-    const char* szRoot = RootInForce();
     if (!entry.bResolved || entry.strRoot != szRoot) {
         entry.bAddressOk = MakeAddress(wire::ThreadSocketPath(entry.strName.c_str()), entry.addr);
         entry.strRoot = szRoot;
@@ -136,7 +135,7 @@ int Post(msgThread hThread, const wire::Header& header, const void* pData)
 {
     sockaddr_un addr;
     chThreadLocal::Impl* pLocal = nullptr;
-    if (!TargetOf(hThread, addr, &pLocal))
+    if (!TargetOf(hThread, RootInForce(), addr, &pLocal))
         return MSG_SEND_NO_THREAD;
     if (pLocal != nullptr) {
         PostToLocalThread(pLocal, header, pData);
@@ -189,7 +188,7 @@ struct ReplySocket {
             nTimeoutMs = nWanted;
     }
 
-    bool SameRoot() const { return strRoot == RootInForce(); }
+    bool SameRoot(const char* szRoot) const { return strRoot == szRoot; }
     ~ReplySocket()
     {
         if (fd >= 0) {
@@ -207,11 +206,11 @@ struct ReplySocket {
     std::vector<unsigned char> vecBuf;
 };
 
-ReplySocket& OwnReplySocket()
+ReplySocket& OwnReplySocket(const char* szRoot)
 {
     // Bound below the root in force; a change of root (tests do that) binds a new one.
     thread_local std::unique_ptr<ReplySocket> t_pSocket;
-    if (!t_pSocket || t_pSocket->fd < 0 || !t_pSocket->SameRoot())
+    if (!t_pSocket || t_pSocket->fd < 0 || !t_pSocket->SameRoot(szRoot))
         t_pSocket.reset(new ReplySocket());
     return *t_pSocket;
 }
@@ -267,10 +266,11 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     if (!CheckExtra(nSize, pData))
         return MSG_SEND_NO_THREAD;
     sockaddr_un addr;
-    if (!TargetOf(hThread, addr, nullptr))
+    const char* szRoot = RootInForce();
+    if (!TargetOf(hThread, szRoot, addr, nullptr))
         return MSG_SEND_NO_THREAD;
 
-    ReplySocket& own = OwnReplySocket();
+    ReplySocket& own = OwnReplySocket(szRoot);
     if (own.fd < 0)
         return MSG_SEND_NO_THREAD;
     int fd = own.fd;
