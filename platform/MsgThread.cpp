@@ -416,6 +416,13 @@ struct chThreadLocal::Impl {
             sockaddr_un from{};
             socklen_t nFromLen = sizeof(from);
             ssize_t nGot = recvfrom(fd, pBuf, nBufSize, MSG_TRUNC, reinterpret_cast<sockaddr*>(&from), &nFromLen);
+            if (nGot < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+                // The socket itself has failed: no message can come any more.
+                ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: cannot read the socket: %s", strName.c_str(), strerror(errno));
+                std::lock_guard<std::mutex> lock(mutex);
+                bLoopWaiting = false;
+                break;
+            }
             wire::Header header;
             bool bDirect = false;
             {
