@@ -327,30 +327,29 @@ bool ParseRange(const char* sz, long& nFrom, long& nTo)
            nTo - nFrom < kMaxRangeSize;
 }
 
-// Enters every expansion of the template into both indexes, in range order.
+// Enters every expansion of the template into both indexes, in range order. Keys are hashed
+// straight from the template's pieces; an expansion is spelled out only to compare it with an
+// entry whose hash tag it shares.
 void IndexTemplate(NameMap& map, size_t nTemplate)
 {
     const MapTemplate& t = map.templates[nTemplate];
     auto HashOfPath = [&map](uint32_t nEntry) { return map.HashOfPath(nEntry); };
     auto HashOfName = [&map](uint32_t nEntry) { return map.HashOfName(nEntry); };
-    std::string strFile, strSection, strKey, strName;
-    auto Expand = [&](int nText, long n, std::string& strOut) {
-        strOut.clear();
+    auto Expand = [&](int nText, long n) {
+        std::string strOut;
         (void)ForEachPiece(map.Text(t.nTextOff[nText]), t.bExpand, n, [&strOut](const char* p, size_t nLen) {
             strOut.append(p, nLen);
             return true;
         });
+        return strOut;
     };
     for (long n = t.nFrom; n <= t.nTo; ++n) {
         uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
-        Expand(TEXT_FILE, n, strFile);
-        Expand(TEXT_SECTION, n, strSection);
-        Expand(TEXT_KEY, n, strKey);
-        Expand(TEXT_NAME, n, strName);
-        map.byPath.Insert(nEntry, HashOfPlainPath(strFile, strSection, strKey), HashOfPath,
-                          [&](uint32_t nOther) { return map.PathEquals(nOther, strFile, strSection, strKey); });
-        map.byName.Insert(nEntry, HashOfPlainText(strName), HashOfName,
-                          [&](uint32_t nOther) { return map.NameEquals(nOther, strName); });
+        map.byPath.Insert(nEntry, map.HashOfPath(nEntry), HashOfPath, [&](uint32_t nOther) {
+            return map.PathEquals(nOther, Expand(TEXT_FILE, n), Expand(TEXT_SECTION, n), Expand(TEXT_KEY, n));
+        });
+        map.byName.Insert(nEntry, map.HashOfName(nEntry), HashOfName,
+                          [&](uint32_t nOther) { return map.NameEquals(nOther, Expand(TEXT_NAME, n)); });
     }
 }
 
