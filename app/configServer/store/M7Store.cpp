@@ -31,9 +31,27 @@ CM7ItemList::~CM7ItemList()
     delete m_pTail;
 }
 
+namespace {
+
+const uint32_t kListNodesPerBlock = 128;
+const size_t kListBlockHeader = (sizeof(void*) + alignof(CM7ListNode) - 1) / alignof(CM7ListNode) * alignof(CM7ListNode);
+
+CM7ListNode* ListBlockNodes(void* pBlock)
+{
+    return reinterpret_cast<CM7ListNode*>(static_cast<char*>(pBlock) + kListBlockHeader);
+}
+
+} // namespace
+
 void CM7ItemList::Append(CM7Item* pItem)
 {
-    CM7ListNode* pNode = ETL_NEW CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
+    if (m_pBlocks == nullptr || m_nUsedInBlock == kListNodesPerBlock) {
+        void* pBlock = ETL_NEW char[kListBlockHeader + sizeof(CM7ListNode) * kListNodesPerBlock];
+        *static_cast<void**>(pBlock) = m_pBlocks;
+        m_pBlocks = pBlock;
+        m_nUsedInBlock = 0;
+    }
+    CM7ListNode* pNode = new (ListBlockNodes(m_pBlocks) + m_nUsedInBlock++) CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
     m_pTail->pPrev->pNext = pNode;
     m_pTail->pPrev = pNode;
     ++m_nCount;
@@ -41,13 +59,15 @@ void CM7ItemList::Append(CM7Item* pItem)
 
 void CM7ItemList::Clear()
 {
-    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
-        CM7ListNode* pNode = m_pTail->pPrev;
-        pNode->pPrev->pNext = m_pTail;
-        m_pTail->pPrev = pNode->pPrev;
-        delete pNode;
-        --m_nCount;
+    m_pHead->pNext = m_pTail;
+    m_pTail->pPrev = m_pHead;
+    m_nCount = 0;
+    while (m_pBlocks != nullptr) {
+        void* pNext = *static_cast<void**>(m_pBlocks);
+        delete[] static_cast<char*>(m_pBlocks);
+        m_pBlocks = pNext;
     }
+    m_nUsedInBlock = 0;
 }
 
 // ---- CM7ItemMap ----
