@@ -5,6 +5,7 @@
 #include "ETL_StringHelper.h"
 
 #include <cstring>
+#include <sys/mman.h>
 
 using ETL_StringHelper::chIsWhiteSpace;
 using ETL_StringHelper::chStringA;
@@ -26,6 +27,12 @@ bool IsBlank(char c)
 
 } // namespace
 
+CM7LineReader::~CM7LineReader()
+{
+    if (m_pBuffer != nullptr)
+        (void)munmap(m_pBuffer, m_nCapacity);
+}
+
 int CM7LineReader::Open(const char* szPath)
 {
     m_file.Reset(szPath != nullptr ? ETL_FileHelper::etlFopenRegular(szPath) : nullptr);
@@ -39,20 +46,24 @@ bool CM7LineReader::Refill()
     if (m_bEof || !m_file)
         return false;
     if (m_nStart > 0) {
-        std::memmove(m_pBuffer.get(), m_pBuffer.get() + m_nStart, m_nEnd - m_nStart);
+        std::memmove(m_pBuffer, m_pBuffer + m_nStart, m_nEnd - m_nStart);
         m_nEnd -= m_nStart;
         m_nStart = 0;
     }
     if (m_nCapacity - m_nEnd < kReadChunk / 2) {
         // A line longer than the buffer: grow it, so that every line is read whole.
         size_t nCapacity = m_nCapacity == 0 ? kReadChunk : m_nCapacity * 2;
-        std::unique_ptr<char[]> pBuffer(new char[nCapacity]);
-        if (m_nEnd > 0)
-            std::memcpy(pBuffer.get(), m_pBuffer.get(), m_nEnd);
-        m_pBuffer = std::move(pBuffer);
+        void* pMapped = m_pBuffer == nullptr
+                            ? mmap(nullptr, nCapacity, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
+                            : mremap(m_pBuffer, m_nCapacity, nCapacity, MREMAP_MAYMOVE);
+        if (pMapped == MAP_FAILED) {
+            m_bEof = true;
+            return false;
+        }
+        m_pBuffer = static_cast<char*>(pMapped);
         m_nCapacity = nCapacity;
     }
-    size_t nGot = fread_unlocked(m_pBuffer.get() + m_nEnd, 1, m_nCapacity - m_nEnd, m_file.Get());
+    size_t nGot = fread_unlocked(m_pBuffer + m_nEnd, 1, m_nCapacity - m_nEnd, m_file.Get());
     m_nEnd += nGot;
     if (nGot == 0)
         m_bEof = true;
@@ -62,14 +73,14 @@ bool CM7LineReader::Refill()
 bool CM7LineReader::NextLine(const char*& pLine, size_t& nLength)
 {
     for (;;) {
-        const char* pStart = m_pBuffer.get() + m_nStart;
+        const char* pStart = m_pBuffer + m_nStart;
         size_t nAvail = m_nEnd - m_nStart;
         const char* pFeed = nAvail > 0 ? static_cast<const char*>(std::memchr(pStart, '\n', nAvail)) : nullptr;
         if (pFeed == nullptr) {
             if (Refill())
                 continue;
             // Nothing more to read; the rest may have moved to the front.
-            pStart = m_pBuffer.get() + m_nStart;
+            pStart = m_pBuffer + m_nStart;
             if (nAvail == 0)
                 return false;
         }

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <memory>
 #include <string>
 
 extern const char kM7Header[];       // "#!version:1.0.0.1\n"
@@ -18,6 +17,11 @@ extern const char kM7NullValue[];    // "%NULL%"
 // names and values are found in place, so a line costs no allocation of its own.
 class CM7LineReader {
 public:
+    CM7LineReader() = default;
+    ~CM7LineReader();
+    CM7LineReader(const CM7LineReader&) = delete;
+    CM7LineReader& operator=(const CM7LineReader&) = delete;
+
     // Nonzero when the file could be opened for reading.
     int Open(const char* szPath);
     // 1 with the next item's name and value; 0 at end of file or at a section line.
@@ -32,7 +36,9 @@ private:
     bool Refill();
 
     ETL_BaseHelper::chScopedFile m_file;
-    std::unique_ptr<char[]> m_pBuffer;
+    // Mapped, not allocated: its pages go back to the system with the reader and do not stay in
+    // the heap of a service that reads its user file once at start.
+    char* m_pBuffer = nullptr;
     size_t m_nCapacity = 0;
     size_t m_nStart = 0; // first unread byte
     size_t m_nEnd = 0;   // end of the bytes read
