@@ -45,6 +45,10 @@ public:
     // Creates the temporary for the logical path. Returns its stream (owned by this object;
     // failed writes are reported by the stream and make Commit fail), or null with errno set.
     FILE* Open(const char* szPath);
+    // Appends the rest of the file open on fdSource, copied by the kernel where it can be (no
+    // pass through our memory). 0, or -errno with the stream marked failed; *pnCalls, when
+    // given, counts the copy calls made.
+    int CopyFrom(int fdSource, int* pnCalls = nullptr);
     // Flushes and syncs the temporary, renames it over the target and syncs the folder.
     // 0, or -errno with the temporary removed and the target untouched.
     int Commit();

@@ -164,6 +164,45 @@ FILE* chFileReplacer::Open(const char* szPath)
     return m_pStream;
 }
 
+int chFileReplacer::CopyFrom(int fdSource, int* pnCalls)
+{
+    int nCalls = 0;
+    int nErr = m_pStream == nullptr ? -EBADF : fflush(m_pStream) != 0 ? -EIO : 0;
+    bool bKernel = true;
+    std::vector<char> vecBuffer;
+    while (nErr == 0) {
+        ++nCalls;
+        ssize_t nDone = -1;
+        if (bKernel) {
+            nDone = copy_file_range(fdSource, nullptr, m_fd, nullptr, 1u << 30, 0);
+            // Across file systems or on one that cannot: the plain way, from where it stopped.
+            if (nDone < 0 && (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL)) {
+                bKernel = false;
+                continue;
+            }
+        } else {
+            vecBuffer.resize(512 * 1024);
+            nDone = read(fdSource, vecBuffer.data(), vecBuffer.size());
+            if (nDone > 0 && !WriteAll(m_fd, vecBuffer.data(), static_cast<size_t>(nDone)))
+                nDone = -1;
+        }
+        if (nDone < 0 && errno == EINTR)
+            continue;
+        if (nDone < 0)
+            nErr = errno != 0 ? -errno : -EIO;
+        if (nDone == 0)
+            break;
+    }
+    if (pnCalls != nullptr)
+        *pnCalls = nCalls;
+    // Commit must not replace the target with part of the copy.
+    if (nErr != 0 && m_pStream != nullptr) {
+        Abort();
+        errno = -nErr;
+    }
+    return nErr;
+}
+
 int chFileReplacer::Commit()
 {
     if (m_pStream == nullptr)

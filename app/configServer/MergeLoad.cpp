@@ -80,11 +80,17 @@ int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int
     }
     CMergeLine lines[kMergeBatch];
     size_t nLines = 0;
-    chStringA strName, strValue;
-    while (reader.Next(strName, strValue) != 0) {
+    const char* pName = nullptr;
+    const char* pValue = nullptr;
+    size_t nName = 0, nValue = 0;
+    while (reader.NextInPlace(pName, nName, pValue, nValue) != 0) {
+        // Copied straight from the reader's buffer: a line's texts are copied once.
         CMergeLine& line = lines[nLines++];
-        line.strName = strName;
-        line.strValue = strValue;
+        line.strName.CopyTextFrom(pName, static_cast<int>(nName));
+        if (nValue == 0)
+            line.strValue = "";
+        else
+            line.strValue.CopyTextFrom(pValue, static_cast<int>(nValue));
         line.nFlags = 0;
         line.eKind = MERGE_ITEM;
         if (IgnoreUserCfg(line.strName.c_str()) != 0) {

@@ -28,7 +28,6 @@ int g_nLastReads = 0;
 int g_nLastWrites = 0;
 
 const size_t kLineBuffer = 1024;
-const size_t kCopyBuffer = 524288;
 
 // Clears close-on-exec and sets append and non-blocking mode; the result of the last change.
 int PrepareDescriptor(int fd)
@@ -162,23 +161,11 @@ int fwCopyFile(const char* szSource, const char* szTarget)
         fclose(pSource);
         return -1;
     }
-    char* pBuffer = ETL_NEW char[kCopyBuffer];
-    bool bCopied = true;
-    for (;;) {
-        size_t nRead = fread(pBuffer, 1, kCopyBuffer, pSource);
-        ++g_nLastReads;
-        if (nRead == 0) {
-            bCopied = ferror(pSource) == 0;
-            break;
-        }
-        ++g_nLastWrites;
-        if (fwrite(pBuffer, nRead, 1, pTarget) != 1) {
-            bCopied = false;
-            break;
-        }
-    }
+    int nCalls = 0;
+    bool bCopied = replacer.CopyFrom(fileno(pSource), &nCalls) == 0;
+    g_nLastReads = nCalls;
+    g_nLastWrites = nCalls;
     fclose(pSource);
-    delete[] pBuffer;
     // Either way the target keeps its previous content whole. A copy that stopped at a failed
     // write still returns 0, as it always has; a target that could not be replaced is one that
     // could not be opened.

@@ -2,7 +2,7 @@
 // for an empty value, '#' comments, and a section line that ends the text.
 #pragma once
 
-#include "ETL_FileHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "chReferenceStringT.h"
 
 #include <cstddef>
@@ -13,17 +13,36 @@ extern const char kM7Header[];       // "#!version:1.0.0.1\n"
 extern const size_t kM7HeaderLength; // 18
 extern const char kM7NullValue[];    // "%NULL%"
 
-// Reads item lines of a configuration text in file order.
+// Reads item lines of a configuration text in file order. The text is read in large chunks and
+// names and values are found in place, so a line costs no allocation of its own.
 class CM7LineReader {
 public:
+    CM7LineReader() = default;
+    ~CM7LineReader();
+    CM7LineReader(const CM7LineReader&) = delete;
+    CM7LineReader& operator=(const CM7LineReader&) = delete;
+
     // Nonzero when the file could be opened for reading.
     int Open(const char* szPath);
     // 1 with the next item's name and value; 0 at end of file or at a section line.
     int Next(ETL_StringHelper::chStringA& strName, ETL_StringHelper::chStringA& strValue);
+    // As Next, with name and value left in the reader's buffer: valid until the next call.
+    int NextInPlace(const char*& pName, size_t& nName, const char*& pValue, size_t& nValue);
 
 private:
-    ETL_FileHelper::chFileStdio m_file;
-    ETL_StringHelper::chStringA m_strLine;
+    // The next line, its line feed and anything from a NUL byte on left out; false at the end.
+    bool NextLine(const char*& pLine, size_t& nLength);
+    // Moves the unread rest to the front and reads more behind it; false when nothing came.
+    bool Refill();
+
+    ETL_BaseHelper::chScopedFile m_file;
+    // Mapped, not allocated: its pages go back to the system with the reader and do not stay in
+    // the heap of a service that reads its user file once at start.
+    char* m_pBuffer = nullptr;
+    size_t m_nCapacity = 0;
+    size_t m_nStart = 0; // first unread byte
+    size_t m_nEnd = 0;   // end of the bytes read
+    bool m_bEof = false;
 };
 
 // True when a line ending in this text needs no further line feed: its last character, trailing

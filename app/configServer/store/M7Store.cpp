@@ -31,9 +31,27 @@ CM7ItemList::~CM7ItemList()
     delete m_pTail;
 }
 
+namespace {
+
+const uint32_t kListNodesPerBlock = 128;
+const size_t kListBlockHeader = (sizeof(void*) + alignof(CM7ListNode) - 1) / alignof(CM7ListNode) * alignof(CM7ListNode);
+
+CM7ListNode* ListBlockNodes(void* pBlock)
+{
+    return reinterpret_cast<CM7ListNode*>(static_cast<char*>(pBlock) + kListBlockHeader);
+}
+
+} // namespace
+
 void CM7ItemList::Append(CM7Item* pItem)
 {
-    CM7ListNode* pNode = ETL_NEW CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
+    if (m_pBlocks == nullptr || m_nUsedInBlock == kListNodesPerBlock) {
+        void* pBlock = ETL_NEW char[kListBlockHeader + sizeof(CM7ListNode) * kListNodesPerBlock];
+        *static_cast<void**>(pBlock) = m_pBlocks;
+        m_pBlocks = pBlock;
+        m_nUsedInBlock = 0;
+    }
+    CM7ListNode* pNode = new (ListBlockNodes(m_pBlocks) + m_nUsedInBlock++) CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
     m_pTail->pPrev->pNext = pNode;
     m_pTail->pPrev = pNode;
     ++m_nCount;
@@ -41,37 +59,47 @@ void CM7ItemList::Append(CM7Item* pItem)
 
 void CM7ItemList::Clear()
 {
-    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
-        CM7ListNode* pNode = m_pTail->pPrev;
-        pNode->pPrev->pNext = m_pTail;
-        m_pTail->pPrev = pNode->pPrev;
-        delete pNode;
-        --m_nCount;
+    m_pHead->pNext = m_pTail;
+    m_pTail->pPrev = m_pHead;
+    m_nCount = 0;
+    while (m_pBlocks != nullptr) {
+        void* pNext = *static_cast<void**>(m_pBlocks);
+        delete[] static_cast<char*>(m_pBlocks);
+        m_pBlocks = pNext;
     }
+    m_nUsedInBlock = 0;
 }
 
 // ---- CM7ItemMap ----
 
 namespace {
 
-// A block is one allocation: the link to the next block, then the nodes.
-const size_t kBlockHeader = (sizeof(void*) + alignof(CM7MapNode) - 1) / alignof(CM7MapNode) * alignof(CM7MapNode);
+const uint32_t kNodesPerBlock = 64;
+// A slot keeps the node number (plus one) in its low 24 bits and a tag of the hash above them.
+const uint32_t kNumberBits = 24;
+const uint32_t kNumberMask = (1u << kNumberBits) - 1;
+// Past this many items the index would overflow its slots: names are then found by their chains.
+const uint32_t kIndexLimit = kNumberMask - 1;
 
-CM7MapNode* BlockNodes(void* pBlock)
+// The names' hash is made for the 1000 buckets; the index needs its bits spread.
+uint32_t Mix(uint32_t h)
 {
-    return reinterpret_cast<CM7MapNode*>(static_cast<char*>(pBlock) + kBlockHeader);
+    h ^= h >> 16;
+    h *= 0x7feb352du;
+    h ^= h >> 15;
+    h *= 0x846ca68bu;
+    h ^= h >> 16;
+    return h;
 }
 
-void*& BlockNext(void* pBlock)
+uint32_t TagOf(uint32_t nMixed)
 {
-    return *static_cast<void**>(pBlock);
+    return nMixed & ~kNumberMask;
 }
 
 } // namespace
 
-CM7ItemMap::CM7ItemMap()
-    : m_ppBuckets(nullptr), m_nBucketCount(1000), m_nCount(0), m_pFreeNodes(nullptr), m_pBlocks(nullptr),
-      m_nNodesPerBlock(10)
+CM7ItemMap::CM7ItemMap() : m_ppBuckets(nullptr), m_nBucketCount(1000), m_nCount(0)
 {
 }
 
@@ -107,8 +135,26 @@ bool CM7ItemMap::Matches(const CM7MapNode* pNode, const char* szName, size_t nLe
            std::memcmp(pNode->strKey.c_str(), szName, nLen) == 0;
 }
 
+CM7MapNode* CM7ItemMap::NodeAt(uint32_t nNumber) const
+{
+    return m_ppBlocks[nNumber / kNodesPerBlock] + nNumber % kNodesPerBlock;
+}
+
 CM7MapNode* CM7ItemMap::FindHashed(const char* szName, size_t nLen, uint32_t nHash) const
 {
+    if (m_pIndex != nullptr) {
+        uint32_t nMixed = Mix(nHash);
+        for (uint32_t i = nMixed & m_nIndexMask;; i = (i + 1) & m_nIndexMask) {
+            uint32_t nSlot = m_pIndex[i];
+            if (nSlot == 0)
+                return nullptr;
+            if (TagOf(nSlot) == TagOf(nMixed)) {
+                CM7MapNode* pNode = NodeAt((nSlot & kNumberMask) - 1);
+                if (Matches(pNode, szName, nLen, nHash))
+                    return pNode;
+            }
+        }
+    }
     for (CM7MapNode* pNode = m_ppBuckets[(nHash & 0x7fffffffu) % m_nBucketCount]; pNode != nullptr; pNode = pNode->pNext) {
         if (Matches(pNode, szName, nLen, nHash))
             return pNode;
@@ -118,64 +164,47 @@ CM7MapNode* CM7ItemMap::FindHashed(const char* szName, size_t nLen, uint32_t nHa
 
 void CM7ItemMap::FindMany(CM7Lookup* pLookups, size_t nCount) const
 {
-    size_t nWalking = 0;
     for (size_t i = 0; i < nCount; ++i) {
         CM7Lookup& lookup = pLookups[i];
         lookup.nHash = Hash(lookup.szName, lookup.nLen);
         lookup.pFound = nullptr;
-        lookup.pHead = m_ppBuckets != nullptr ? m_ppBuckets[(lookup.nHash & 0x7fffffffu) % m_nBucketCount] : nullptr;
-        lookup.pAt = lookup.pHead;
-        nWalking += lookup.pAt != nullptr ? 1 : 0;
+        lookup.pHead = nullptr;
+        lookup.pAt = nullptr;
+        if (m_pIndex != nullptr)
+            __builtin_prefetch(&m_pIndex[Mix(lookup.nHash) & m_nIndexMask]);
     }
-    // One step of every unfinished walk per round: the loads of a round do not depend on each
-    // other, so the processor has them in flight together.
-    while (nWalking > 0) {
-        nWalking = 0;
-        for (size_t i = 0; i < nCount; ++i) {
-            CM7Lookup& lookup = pLookups[i];
-            CM7MapNode* pNode = lookup.pAt;
-            if (pNode == nullptr)
-                continue;
-            if (Matches(pNode, lookup.szName, lookup.nLen, lookup.nHash)) {
-                lookup.pFound = pNode;
-                lookup.pAt = nullptr;
-                continue;
-            }
-            lookup.pAt = pNode->pNext;
-            nWalking += lookup.pAt != nullptr ? 1 : 0;
-        }
+    if (m_ppBuckets == nullptr)
+        return;
+    for (size_t i = 0; i < nCount; ++i) {
+        CM7Lookup& lookup = pLookups[i];
+        lookup.pFound = FindHashed(lookup.szName, lookup.nLen, lookup.nHash);
     }
 }
 
 CM7MapNode* CM7ItemMap::FindSince(const CM7Lookup& lookup) const
 {
+    // Absent when the batch was looked up, so whatever is found now was linked since.
     if (m_ppBuckets == nullptr)
         return nullptr;
-    // Nodes are only ever linked at a chain's head, so the new ones are those before the old head.
-    for (CM7MapNode* pNode = m_ppBuckets[(lookup.nHash & 0x7fffffffu) % m_nBucketCount];
-         pNode != nullptr && pNode != lookup.pHead; pNode = pNode->pNext) {
-        if (Matches(pNode, lookup.szName, lookup.nLen, lookup.nHash))
-            return pNode;
-    }
-    return nullptr;
+    return FindHashed(lookup.szName, lookup.nLen, lookup.nHash);
 }
 
 CM7MapNode* CM7ItemMap::TakeNode()
 {
-    if (m_pFreeNodes == nullptr) {
-        size_t nBytes = kBlockHeader + sizeof(CM7MapNode) * static_cast<size_t>(m_nNodesPerBlock);
-        void* pBlock = ETL_NEW char[nBytes];
-        BlockNext(pBlock) = m_pBlocks;
-        m_pBlocks = pBlock;
-        // Pushed last to first, so that the block's first node is handed out first.
-        CM7MapNode* pNodes = BlockNodes(pBlock);
-        for (int32_t i = m_nNodesPerBlock - 1; i >= 0; --i) {
-            pNodes[i].pNext = m_pFreeNodes;
-            m_pFreeNodes = &pNodes[i];
+    uint32_t nBlock = m_nCount / kNodesPerBlock;
+    if (m_nCount % kNodesPerBlock == 0) {
+        if (nBlock == m_nBlockSlots) {
+            uint32_t nSlots = m_nBlockSlots == 0 ? 16 : m_nBlockSlots * 2;
+            CM7MapNode** ppBlocks = ETL_NEW CM7MapNode*[nSlots];
+            if (m_nBlockSlots > 0)
+                std::memcpy(ppBlocks, m_ppBlocks, sizeof(CM7MapNode*) * m_nBlockSlots);
+            delete[] m_ppBlocks;
+            m_ppBlocks = ppBlocks;
+            m_nBlockSlots = nSlots;
         }
+        m_ppBlocks[nBlock] = reinterpret_cast<CM7MapNode*>(ETL_NEW char[sizeof(CM7MapNode) * kNodesPerBlock]);
     }
-    CM7MapNode* pRaw = m_pFreeNodes;
-    m_pFreeNodes = pRaw->pNext;
+    CM7MapNode* pRaw = m_ppBlocks[nBlock] + m_nCount % kNodesPerBlock;
     ++m_nCount;
     return new (pRaw) CM7MapNode{nullptr, 0, 0, chStringA(), nullptr};
 }
@@ -197,15 +226,43 @@ CM7MapNode* CM7ItemMap::LinkNew(const chStringA& strKey, uint32_t nHash)
     pNode->strKey = strKey;
     pNode->pNext = m_ppBuckets[pNode->nBucket];
     m_ppBuckets[pNode->nBucket] = pNode;
+    IndexAdd(m_nCount - 1, nHash);
     return pNode;
+}
+
+void CM7ItemMap::IndexPut(uint32_t nNumber, uint32_t nHash)
+{
+    uint32_t nMixed = Mix(nHash);
+    uint32_t i = nMixed & m_nIndexMask;
+    while (m_pIndex[i] != 0)
+        i = (i + 1) & m_nIndexMask;
+    m_pIndex[i] = TagOf(nMixed) | (nNumber + 1);
+}
+
+void CM7ItemMap::IndexAdd(uint32_t nNumber, uint32_t nHash)
+{
+    if (m_nCount > kIndexLimit) {
+        delete[] m_pIndex;
+        m_pIndex = nullptr;
+        m_nIndexMask = 0;
+        return;
+    }
+    uint64_t nSlots = static_cast<uint64_t>(m_nIndexMask) + 1;
+    if (m_pIndex == nullptr || static_cast<uint64_t>(m_nCount) * 4 > nSlots * 3) {
+        nSlots = m_pIndex == nullptr ? 64 : nSlots * 2;
+        delete[] m_pIndex;
+        m_pIndex = ETL_NEW uint32_t[nSlots];
+        std::memset(m_pIndex, 0, sizeof(uint32_t) * nSlots);
+        m_nIndexMask = static_cast<uint32_t>(nSlots - 1);
+        for (uint32_t n = 0; n < nNumber; ++n)
+            IndexPut(n, NodeAt(n)->nKeyHash);
+    }
+    IndexPut(nNumber, nHash);
 }
 
 size_t CM7ItemMap::BlockCount() const
 {
-    size_t n = 0;
-    for (void* pBlock = m_pBlocks; pBlock != nullptr; pBlock = BlockNext(pBlock))
-        ++n;
-    return n;
+    return (m_nCount + kNodesPerBlock - 1) / kNodesPerBlock;
 }
 
 void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
@@ -219,26 +276,22 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
             }
         }
     }
-    // 2. The keys, then the bucket array.
-    if (m_ppBuckets != nullptr) {
-        for (uint32_t b = 0; b < m_nBucketCount; ++b) {
-            for (CM7MapNode* pNode = m_ppBuckets[b]; pNode != nullptr;) {
-                CM7MapNode* pNext = pNode->pNext;
-                pNode->~CM7MapNode();
-                pNode = pNext;
-            }
-        }
-        delete[] m_ppBuckets;
-    }
-    // 3. The pool and its blocks.
-    m_pFreeNodes = nullptr;
+    // 2. The keys, then the bucket array and the index.
+    for (uint32_t n = 0; n < m_nCount; ++n)
+        NodeAt(n)->~CM7MapNode();
+    delete[] m_ppBuckets;
     m_ppBuckets = nullptr;
+    delete[] m_pIndex;
+    m_pIndex = nullptr;
+    m_nIndexMask = 0;
+    // 3. The pool and its blocks.
+    size_t nBlocks = BlockCount();
+    for (size_t i = 0; i < nBlocks; ++i)
+        delete[] reinterpret_cast<char*>(m_ppBlocks[i]);
+    delete[] m_ppBlocks;
+    m_ppBlocks = nullptr;
+    m_nBlockSlots = 0;
     m_nCount = 0;
-    while (m_pBlocks != nullptr) {
-        void* pNext = BlockNext(m_pBlocks);
-        delete[] static_cast<char*>(m_pBlocks);
-        m_pBlocks = pNext;
-    }
 }
 
 // ---- CM7IgnoreList ----

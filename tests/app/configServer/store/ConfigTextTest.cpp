@@ -70,6 +70,17 @@ TEST_F(ConfigTextTest, SectionLineEndsTheTextAndMarksAreKept)
     ASSERT_EQ(huge.size(), 2u);
     EXPECT_EQ(huge[0].second.size(), strHuge.size()) << "long lines are read whole";
     EXPECT_EQ(huge[1], (std::pair<std::string, std::string>{"after", "1"}));
+    // 440 KB of lines of every length up to 292 bytes: the reader's chunk borders fall inside
+    // names, values and line ends alike.
+    std::string strMany;
+    Items many;
+    for (int i = 0; i < 3000; ++i) {
+        many.emplace_back("n" + std::to_string(i), std::string(static_cast<size_t>(i % 293), static_cast<char>('a' + i % 26)));
+        strMany += many.back().first + " = " + many.back().second + (i % 7 == 0 ? "\r\n" : "\n");
+    }
+    strMany += "tail = end";
+    many.emplace_back("tail", "end");
+    EXPECT_EQ(ReadAll(strMany), many);
     Items nul = ReadAll(std::string("x = a\0b\n", 8) + std::string("\0y = 1\n", 7) + "z = 2\n");
     EXPECT_EQ(nul, (Items{{"x", "a"}, {"z", "2"}})) << "text after a NUL byte is not read";
 

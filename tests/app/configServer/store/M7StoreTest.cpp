@@ -92,3 +92,29 @@ TEST_F(M7StoreTest, ClearEmptiesEverythingAndTheSetterAppliesBase0)
     SetM7Item("plain.value", "0", ATTR_INVERT);
     EXPECT_STREQ(FindM7Item("plain.value")->value.c_str(), "0") << "the setter applies only the base-0 rule";
 }
+
+TEST_F(M7StoreTest, LookupsHoldAcrossGrowthAndClear)
+{
+    // Enough names to grow the lookup index and the node pool many times over.
+    const int kItems = 20000;
+    for (int nRound = 0; nRound < 2; ++nRound) {
+        for (int i = 0; i < kItems; ++i)
+            SetM7Item(("grow." + std::to_string(i)).c_str(), std::to_string(i * 3 + nRound).c_str(), 0);
+        ASSERT_EQ(m7ItemMap.Count(), static_cast<uint32_t>(kItems));
+        for (int i = 0; i < kItems; ++i) {
+            const CM7Item* pItem = FindM7Item(("grow." + std::to_string(i)).c_str());
+            ASSERT_NE(pItem, nullptr) << i;
+            ASSERT_STREQ(pItem->value.c_str(), std::to_string(i * 3 + nRound).c_str()) << i;
+        }
+        EXPECT_EQ(FindM7Item(("grow." + std::to_string(kItems)).c_str()), nullptr);
+        EXPECT_EQ(FindM7Item("grow."), nullptr);
+        size_t nChained = 0;
+        for (uint32_t b = 0; b < m7ItemMap.BucketCount(); ++b) {
+            for (const CM7MapNode* pNode = m7ItemMap.BucketHead(b); pNode != nullptr; pNode = pNode->pNext, ++nChained)
+                ASSERT_EQ(pNode->nBucket, b);
+        }
+        EXPECT_EQ(nChained, static_cast<size_t>(kItems)) << "every node sits in its bucket's chain";
+        ClearM7Model();
+        EXPECT_EQ(FindM7Item("grow.1"), nullptr);
+    }
+}
