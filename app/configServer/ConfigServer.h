@@ -43,12 +43,12 @@ public:
     // Stop hook: ends the watches, stops the upload check, releases the translator.
     int OnServiceStop() override;
 
-    // Merge load (MergeLoad.cpp): 1 when the file was read, 0 when it could not be opened.
+    // Merge load (ModelCalls.cpp, done by the store): 1 when the file was read, 0 when it could not be opened.
     int MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert);
     int LoadM7Model(const char* szPath, int bInvert);
     int LoadIgnoreM7List();
 
-    // Configuration file writer (ConfigWriter.cpp).
+    // Configuration file writer (ModelCalls.cpp, done by the store).
     void SaveUserConfig(const char* szPath, int bAllNull);
     int ExportCustomConfig(const char* szPath);
 
@@ -68,12 +68,15 @@ public:
     // Deferred registry save (RegistrySave.cpp).
     int OnRegistryChanged(msgObject& msg);
     int OnSaveTimer(msgObject& msg);
+    // Saves the documents through the save filter, then rewrites the user file when the filter
+    // changed the table.
+    void SaveDocuments(const std::list<HREGISTRY>& listDocs);
 
     // Export of changed configuration (ExportChanged.cpp).
     int OnExportCfg(msgObject& msg);
     int OnExportAllChangedConfig(const char* szPath);
 
-    // Key layouts (keys/).
+    // Key layouts (ModelCalls.cpp, read by keys/).
     int OnConvertKeyLayout(msgObject& msg);
     int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
 
@@ -89,13 +92,8 @@ public:
     static uint64_t s_nUploadIntervalMs;
 };
 
-// The one service object while it exists (for the item setter, which marks uploads due).
-CConfigServer* GetConfigServer();
-
 // The walk of the changed-configuration export over one directory level (recursing), and the
 // comparison of one INI file with its factory twin (ExportChanged.cpp).
 void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* pStream);
 void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, FILE* pStream);
 
-// The filter through which saved registry keys reach the item table (RegistrySave.cpp).
-int RegistrySaveFilter(const char* szFile, const char* szSection, const char* szKey, const char* szValue);

@@ -2,7 +2,6 @@
 // order, so that static initialisation builds them in it and exit tears them down in reverse.
 #include "M7Store.h"
 
-#include "ConfigServer.h"
 #include "ETL_BaseHelper.h"
 #include "M7Journal.h"
 #include "M7Mapping.h"
@@ -296,24 +295,23 @@ void AppendM7Item(CM7Item* pItem)
     m7ItemMap.InsertAbsent(pItem->name, pItem);
 }
 
-void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
+bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
 {
     if (szName == nullptr || szValue == nullptr)
-        return;
+        return false;
     char szBase0[64];
     if ((nAttr & ATTR_BASE0) != 0) {
         FormatBase0Value(szValue, szBase0, sizeof(szBase0));
         szValue = szBase0;
     }
-    if (CConfigServer* pServer = GetConfigServer())
-        pServer->m_bNeedUpload = 1;
     CM7Item* pItem = FindM7Item(szName);
     if (pItem == nullptr) {
         AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szValue), nAttr});
-        return;
+        return true;
     }
     pItem->attr = nAttr;
     SetM7ItemValue(*pItem, chStringA(szValue));
+    return true;
 }
 
 void SetM7ItemValue(CM7Item& item, const chStringA& strValue)

@@ -158,8 +158,9 @@ CM7Item* FindM7Item(const char* szName);
 // Appends a fully built record to the list, then enters it in the map. Every caller has just
 // looked the name up and found it absent, so the map links it without walking its chain again.
 void AppendM7Item(CM7Item* pItem);
-// Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. Marks upload due.
-void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
+// Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. True when the item was
+// set, the same value again included (an upload is then due), false for a null name or value.
+bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
 // Replaces the value of an item in the table. Every change of a value goes through here, through
 // AppendM7Item or through ClearM7Model, so that the journal sees them all.
 void SetM7ItemValue(CM7Item& item, const chStringA& strValue);
