@@ -2,7 +2,6 @@
 #pragma once
 
 constexpr const char* kIgnoreListPath = "/phone/resource/autopIgnroeM7.xml";
-constexpr const char* kSectionMonitorFile = "/phone/resource/sectionMonitor.xml";
 constexpr const char* kTranslatorPath = "/boot/bin/autopTranslator.xml";
 constexpr const char* kForceSyncPath = "/config/ForceSync.cfg";
 // The legacy user file and its backup, named relative to the working directory.

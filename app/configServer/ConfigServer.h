@@ -7,7 +7,6 @@
 #include "sectionMonitor.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <list>
 #include <string>
 
@@ -91,9 +90,3 @@ public:
     // The upload check's period; only a test build of the program shortens it.
     static uint64_t s_nUploadIntervalMs;
 };
-
-// The walk of the changed-configuration export over one directory level (recursing), and the
-// comparison of one INI file with its factory twin (ExportChanged.cpp).
-void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* pStream);
-void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, FILE* pStream);
-

@@ -1,7 +1,9 @@
 // Export of the configuration on request (0xd0006): the whole item table, or every key under
 // "/config" that differs from its factory copy under "/phone/factory/", key layouts included.
-#include "ConfigServer.h"
+#include "ExportChanged.h"
+
 #include "ConfigPaths.h"
+#include "ConfigServer.h"
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"

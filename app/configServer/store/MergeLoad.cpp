@@ -5,6 +5,7 @@
 #include "ETL_BaseHelper.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
+#include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "configParser.h"

@@ -4,6 +4,7 @@
 #include "ETL_BaseHelper.h"
 #include "ETL_TraceHelper.h"
 #include "M7Journal.h"
+#include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "configParser.h"
