@@ -36,9 +36,9 @@ CKeySetFiles GetKeySetFiles(uint32_t nKeySet, int32_t nModule)
         break;
     case 2: {
         char szBuffer[512];
-        snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/config/data/expkey", nModule);
+        (void)snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/config/data/expkey", nModule);
         files.strCurrent = szBuffer;
-        snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/phone/factory/data/expkey", nModule);
+        (void)snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/phone/factory/data/expkey", nModule);
         files.strFactory = szBuffer;
         break;
     }
@@ -103,7 +103,7 @@ int LoadKeyLayout(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_
         ReadKeyAttrs(node, attrs);
         char szSection[128];
         std::memset(szSection, 0, sizeof(szSection));
-        snprintf(szSection, sizeof(szSection), "%s.item.%d", files.szPrefix, nIndex);
+        (void)snprintf(szSection, sizeof(szSection), "%s.item.%d", files.szPrefix, nIndex);
         int nFlags = 0;
         for (int i = 0; i < KEY_ATTR_COUNT; ++i) {
             char szName[512];

@@ -22,12 +22,12 @@ void FormatBase0Value(const char* szValue, char* szOut, size_t nSize)
 {
     // Wraps at the 32-bit limit, as the phone's int arithmetic does.
     uint32_t nPlusOne = static_cast<uint32_t>(M7ValueToInt(szValue)) + 1u;
-    snprintf(szOut, nSize, "%d", static_cast<int32_t>(nPlusOne));
+    (void)snprintf(szOut, nSize, "%d", static_cast<int32_t>(nPlusOne));
 }
 
 void FormatInvertedValue(const char* szValue, char* szOut, size_t nSize)
 {
-    snprintf(szOut, nSize, "%d", M7ValueToInt(szValue) == 0 ? 1 : 0);
+    (void)snprintf(szOut, nSize, "%d", M7ValueToInt(szValue) == 0 ? 1 : 0);
 }
 
 const char* RegistryToItemValue(const char* szValue, uint32_t nFlags, char* szOut, size_t nSize)
@@ -40,7 +40,7 @@ const char* RegistryToItemValue(const char* szValue, uint32_t nFlags, char* szOu
     if ((nFlags & ATTR_INVERT) != 0) {
         char szTemp[64];
         FormatInvertedValue(szResult, szTemp, sizeof(szTemp));
-        snprintf(szOut, nSize, "%s", szTemp);
+        (void)snprintf(szOut, nSize, "%s", szTemp);
         szResult = szOut;
     }
     return szResult;
