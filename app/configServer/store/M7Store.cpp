@@ -14,40 +14,48 @@ CM7ItemMap m7ItemMap;
 CM7IgnoreList ignoreM7List;
 int32_t m7ModelChanged = 0;
 
-// ---- CM7ItemList ----
+// ---- the sentinel lists ----
 
-CM7ItemList::CM7ItemList() : m_pHead(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}),
-                             m_pTail(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}), m_nCount(0)
+template <typename TNode, typename TPayload>
+CM7SentinelList<TNode, TPayload>::CM7SentinelList(const TPayload& sentinel)
+    : m_pHead(ETL_NEW TNode{nullptr, nullptr, sentinel}), m_pTail(ETL_NEW TNode{nullptr, nullptr, sentinel}), m_nCount(0)
 {
     m_pHead->pNext = m_pTail;
     m_pTail->pPrev = m_pHead;
 }
 
-CM7ItemList::~CM7ItemList()
+template <typename TNode, typename TPayload>
+CM7SentinelList<TNode, TPayload>::~CM7SentinelList()
 {
     Clear();
     delete m_pHead;
     delete m_pTail;
 }
 
-void CM7ItemList::Append(CM7Item* pItem)
+template <typename TNode, typename TPayload>
+void CM7SentinelList<TNode, TPayload>::Append(const TPayload& payload)
 {
-    CM7ListNode* pNode = ETL_NEW CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
+    TNode* pNode = ETL_NEW TNode{m_pTail, m_pTail->pPrev, payload};
     m_pTail->pPrev->pNext = pNode;
     m_pTail->pPrev = pNode;
     ++m_nCount;
 }
 
-void CM7ItemList::Clear()
+template <typename TNode, typename TPayload>
+void CM7SentinelList<TNode, TPayload>::Clear()
 {
     while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
-        CM7ListNode* pNode = m_pTail->pPrev;
+        TNode* pNode = m_pTail->pPrev;
         pNode->pPrev->pNext = m_pTail;
         m_pTail->pPrev = pNode->pPrev;
         delete pNode;
         --m_nCount;
     }
 }
+
+// The two lists of the store; nothing else instantiates the template.
+template class CM7SentinelList<CM7ListNode, CM7Item*>;
+template class CM7SentinelList<CM7IgnoreNode, CM7IgnoreItem>;
 
 // ---- CM7ItemMap ----
 
@@ -242,40 +250,16 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
 
 // ---- CM7IgnoreList ----
 
-CM7IgnoreList::CM7IgnoreList()
-    : m_pHead(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}),
-      m_pTail(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}), m_nCount(0)
-{
-    m_pHead->pNext = m_pTail;
-    m_pTail->pPrev = m_pHead;
-}
-
-CM7IgnoreList::~CM7IgnoreList()
-{
-    Clear();
-    delete m_pHead;
-    delete m_pTail;
-}
-
 void CM7IgnoreList::Append(const char* szPattern, int32_t nLength)
 {
-    CM7IgnoreNode* pNode = ETL_NEW CM7IgnoreNode{m_pTail, m_pTail->pPrev, CM7IgnoreItem{chStringA(szPattern), nLength}};
-    m_pTail->pPrev->pNext = pNode;
-    m_pTail->pPrev = pNode;
-    ++m_nCount;
+    CM7SentinelList::Append(CM7IgnoreItem{chStringA(szPattern), nLength});
     ++m_nVersion;
 }
 
 void CM7IgnoreList::Clear()
 {
     ++m_nVersion;
-    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
-        CM7IgnoreNode* pNode = m_pTail->pPrev;
-        pNode->pPrev->pNext = m_pTail;
-        m_pTail->pPrev = pNode->pPrev;
-        delete pNode;
-        --m_nCount;
-    }
+    CM7SentinelList::Clear();
 }
 
 // ---- operations ----
