@@ -51,6 +51,20 @@ public:
     void SaveUserConfig(const char* szPath, int bAllNull);
     int ExportCustomConfig(const char* szPath);
 
+    // Export of changed configuration (ExportChanged.cpp): 1 when the file was written.
+    int OnExportAllChangedConfig(const char* szPath);
+
+    // Key layouts (ModelCalls.cpp, read by keys/): 1 when the file was read through.
+    int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
+
+    // Names the user configuration file without the start-up, for programs that drive the
+    // operations above directly (tests, benchmarks).
+    void SetUserCfgPath(const std::string& strPath) { m_strUserCfgPath = strPath; }
+
+    // The upload check's period; only a test build of the program shortens it.
+    static uint64_t s_nUploadIntervalMs;
+
+private:
     // Hardware address of "esw0", else "eth0" (StartUp.cpp): 1 when read.
     int ReadHwMacAddress(unsigned char* pMac);
 
@@ -71,13 +85,9 @@ public:
     // changed the table.
     void SaveDocuments(const std::list<HREGISTRY>& listDocs);
 
-    // Export of changed configuration (ExportChanged.cpp).
+    // Export request (ExportChanged.cpp) and key-layout conversion request (ModelCalls.cpp).
     int OnExportCfg(msgObject& msg);
-    int OnExportAllChangedConfig(const char* szPath);
-
-    // Key layouts (ModelCalls.cpp, read by keys/).
     int OnConvertKeyLayout(msgObject& msg);
-    int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
 
     int m_bNeedUpload;
     ETL_MsgQueueHelper::chThreadTimer m_timerUpload;
@@ -86,7 +96,4 @@ public:
     std::list<HREGISTRY> m_listPendingDocs;
     sectionMonitor m_sectionMonitor;
     ETL_MsgQueueHelper::chThreadTimer m_timerSave;
-
-    // The upload check's period; only a test build of the program shortens it.
-    static uint64_t s_nUploadIntervalMs;
 };
