@@ -22,7 +22,7 @@ void BM_SaveUserConfig(benchmark::State& state)
 {
     int nItems = static_cast<int>(state.range(0));
     CConfigServer server;
-    server.m_strUserCfgPath = "/config/user" + std::to_string(nItems) + "-local.cfg";
+    server.SetUserCfgPath("/config/user" + std::to_string(nItems) + "-local.cfg");
     FillTable(nItems);
     server.SaveUserConfig(nullptr, 0);
     for (auto _ : state)

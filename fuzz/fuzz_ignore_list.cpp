@@ -1,6 +1,7 @@
 // The ignore-list loader, and the index behind IgnoreUserCfg against the plain walk.
 #include "ConfigServer.h"
 #include "FuzzRoot.h"
+#include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 

@@ -1,8 +1,9 @@
 // The fixed files and threads of the service, in one place: several operations share them.
 #pragma once
 
+#include <string>
+
 constexpr const char* kIgnoreListPath = "/phone/resource/autopIgnroeM7.xml";
-constexpr const char* kSectionMonitorFile = "/phone/resource/sectionMonitor.xml";
 constexpr const char* kTranslatorPath = "/boot/bin/autopTranslator.xml";
 constexpr const char* kForceSyncPath = "/config/ForceSync.cfg";
 // The legacy user file and its backup, named relative to the working directory.
@@ -14,3 +15,9 @@ constexpr const char* kResetListPath = "/tmp/mac-locl-reset.cfg";
 constexpr const char* kCustomConfigPath = "/tmp/_custom_config.cfg";
 constexpr const char* kAllConfigPath = "/tmp/all_config.cfg";
 constexpr const char* kAutoServer = "autoServer";
+
+// The user configuration file's name for a MAC text: the text and "-local.cfg".
+inline std::string UserCfgFileName(const char* szMac)
+{
+    return std::string(szMac) + "-local.cfg";
+}

@@ -5,15 +5,6 @@
 #include "M7Store.h"
 #include "autopTranslator.h"
 
-namespace {
-CConfigServer* g_pConfigServer = nullptr;
-} // namespace
-
-CConfigServer* GetConfigServer()
-{
-    return g_pConfigServer;
-}
-
 CConfigServer::CConfigServer()
     : ETL_MsgQueueHelper::chThreadLocal("configServer", nullptr), m_bNeedUpload(0), m_timerUpload(0),
       m_timerSave(0)
@@ -22,7 +13,6 @@ CConfigServer::CConfigServer()
     m7ModelChanged = 0;
     m_strUserCfgName.clear();
     m_strUserCfgPath.clear();
-    g_pConfigServer = this;
     SetInspectProvider(&ConfigInspector());
 }
 
@@ -30,8 +20,6 @@ CConfigServer::~CConfigServer()
 {
     // The ignore list goes with the service object; the item table goes with the process.
     ignoreM7List.Clear();
-    if (g_pConfigServer == this)
-        g_pConfigServer = nullptr;
 }
 
 int CConfigServer::OnServiceStop()

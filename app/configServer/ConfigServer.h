@@ -7,7 +7,6 @@
 #include "sectionMonitor.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <list>
 #include <string>
 
@@ -43,15 +42,29 @@ public:
     // Stop hook: ends the watches, stops the upload check, releases the translator.
     int OnServiceStop() override;
 
-    // Merge load (MergeLoad.cpp): 1 when the file was read, 0 when it could not be opened.
+    // Merge load (ModelCalls.cpp, done by the store): 1 when the file was read, 0 when it could not be opened.
     int MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert);
     int LoadM7Model(const char* szPath, int bInvert);
     int LoadIgnoreM7List();
 
-    // Configuration file writer (ConfigWriter.cpp).
+    // Configuration file writer (ModelCalls.cpp, done by the store).
     void SaveUserConfig(const char* szPath, int bAllNull);
     int ExportCustomConfig(const char* szPath);
 
+    // Export of changed configuration (ExportChanged.cpp): 1 when the file was written.
+    int OnExportAllChangedConfig(const char* szPath);
+
+    // Key layouts (ModelCalls.cpp, read by keys/): 1 when the file was read through.
+    int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
+
+    // Names the user configuration file without the start-up, for programs that drive the
+    // operations above directly (tests, benchmarks).
+    void SetUserCfgPath(const std::string& strPath) { m_strUserCfgPath = strPath; }
+
+    // The upload check's period; only a test build of the program shortens it.
+    static uint64_t s_nUploadIntervalMs;
+
+private:
     // Hardware address of "esw0", else "eth0" (StartUp.cpp): 1 when read.
     int ReadHwMacAddress(unsigned char* pMac);
 
@@ -68,14 +81,13 @@ public:
     // Deferred registry save (RegistrySave.cpp).
     int OnRegistryChanged(msgObject& msg);
     int OnSaveTimer(msgObject& msg);
+    // Saves the documents through the save filter, then rewrites the user file when the filter
+    // changed the table.
+    void SaveDocuments(const std::list<HREGISTRY>& listDocs);
 
-    // Export of changed configuration (ExportChanged.cpp).
+    // Export request (ExportChanged.cpp) and key-layout conversion request (ModelCalls.cpp).
     int OnExportCfg(msgObject& msg);
-    int OnExportAllChangedConfig(const char* szPath);
-
-    // Key layouts (keys/).
     int OnConvertKeyLayout(msgObject& msg);
-    int LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule);
 
     int m_bNeedUpload;
     ETL_MsgQueueHelper::chThreadTimer m_timerUpload;
@@ -84,18 +96,4 @@ public:
     std::list<HREGISTRY> m_listPendingDocs;
     sectionMonitor m_sectionMonitor;
     ETL_MsgQueueHelper::chThreadTimer m_timerSave;
-
-    // The upload check's period; only a test build of the program shortens it.
-    static uint64_t s_nUploadIntervalMs;
 };
-
-// The one service object while it exists (for the item setter, which marks uploads due).
-CConfigServer* GetConfigServer();
-
-// The walk of the changed-configuration export over one directory level (recursing), and the
-// comparison of one INI file with its factory twin (ExportChanged.cpp).
-void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* pStream);
-void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, FILE* pStream);
-
-// The filter through which saved registry keys reach the item table (RegistrySave.cpp).
-int RegistrySaveFilter(const char* szFile, const char* szSection, const char* szKey, const char* szValue);

@@ -1,11 +1,14 @@
 // Export of the configuration on request (0xd0006): the whole item table, or every key under
 // "/config" that differs from its factory copy under "/phone/factory/", key layouts included.
-#include "ConfigServer.h"
+#include "ExportChanged.h"
+
 #include "ConfigPaths.h"
+#include "ConfigServer.h"
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"
 #include "ETL_FileHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 #include "KeyLayout.h"
 #include "M7Mapping.h"
@@ -32,11 +35,6 @@ const size_t kPathBuffer = 256;
 const char* SkipQuestionMark(const char* szValue)
 {
     return szValue[0] == '?' ? szValue + 1 : szValue;
-}
-
-void WriteText(FILE* pStream, const char* szText)
-{
-    (void)fwrite(szText, 1, std::strlen(szText), pStream);
 }
 
 // The lines echoed on standard output for one file, written in one go: a line-buffered stdout
@@ -81,12 +79,12 @@ void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* p
 {
     if (szConfigDir == nullptr || szFactoryDir == nullptr)
         return;
-    DIR* pDir = ETL_FileHelper::etlOpendir(szConfigDir);
-    if (pDir == nullptr)
+    ETL_BaseHelper::chScopedDir dir(ETL_FileHelper::etlOpendir(szConfigDir));
+    if (!dir)
         return;
     char* szConfigPath = ETL_NEW char[kPathBuffer];
     char* szFactoryPath = ETL_NEW char[kPathBuffer];
-    while (dirent* pEntry = readdir(pDir)) {
+    while (dirent* pEntry = readdir(dir.Get())) {
         if (std::strcmp(pEntry->d_name, ".") == 0 || std::strcmp(pEntry->d_name, "..") == 0)
             continue;
         std::memset(szConfigPath, 0, kPathBuffer);
@@ -116,7 +114,6 @@ void ExportChangedDir(const char* szConfigDir, const char* szFactoryDir, FILE* p
             printf("Not regular file [%s]. Skiped.\n", szConfigPath);
         }
     }
-    closedir(pDir);
     delete[] szConfigPath;
     delete[] szFactoryPath;
 }
@@ -164,15 +161,9 @@ void ExportChangedIniFile(const char* szConfigFile, const char* szFactoryFile, F
             char szConverted[64];
             const char* szOut = RegistryToItemValue(szValue, nAttr, szConverted, sizeof(szConverted));
             echo.Add(szName, szOut);
-            WriteText(pStream, szName);
-            WriteText(pStream, " = ");
-            if (szOut[0] == '\0') {
-                WriteText(pStream, "%NULL%\n");
-                continue;
-            }
-            WriteText(pStream, szOut);
-            if (!M7EndsWithLineFeed(szOut, std::strlen(szOut)))
-                WriteText(pStream, "\n");
+            std::string strLine;
+            AppendM7ItemLine(strLine, ETL_StringHelper::chStringA(szName), ETL_StringHelper::chStringA(szOut), false);
+            (void)fwrite(strLine.data(), 1, strLine.size(), pStream);
         }
     }
 }

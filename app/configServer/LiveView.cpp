@@ -67,7 +67,7 @@ public:
                                 g_serviceCounters.tLastRewrite.time_since_epoch())
                                 .count();
             char szLine[80];
-            snprintf(szLine, sizeof(szLine), "userfile.last_rewrite %lld.%03lld\n", nMs / 1000, nMs % 1000);
+            (void)snprintf(szLine, sizeof(szLine), "userfile.last_rewrite %lld.%03lld\n", nMs / 1000, nMs % 1000);
             strOut += szLine;
         }
 #endif

@@ -14,22 +14,6 @@
 
 using ETL_StringHelper::chStringA;
 
-namespace {
-
-// The line end of a name=value line: none when the value already ends with a line feed, or holds
-// nothing but carriage returns and NUL bytes.
-bool NeedsLineEnd(const char* szValue)
-{
-    size_t nLength = std::strlen(szValue);
-    if (nLength == 0)
-        return true;
-    while (nLength > 0 && (szValue[nLength - 1] == '\r' || szValue[nLength - 1] == '\0'))
-        --nLength;
-    return nLength > 0 && szValue[nLength - 1] != '\n';
-}
-
-} // namespace
-
 bool CConfigServer::IsUserConfigFile(const char* szPath) const
 {
     if (m_strUserCfgPath.empty())
@@ -70,7 +54,9 @@ void CConfigServer::OnReloadAllConfig(const char* szPath)
             szWritten = pItem->value.c_str();
         }
         (void)fputs(szWritten, pOut);
-        if (NeedsLineEnd(szWritten))
+        // A value of carriage returns only stands as its own line end; an empty one does not.
+        size_t nLength = std::strlen(szWritten);
+        if (!M7EndsWithLineFeed(szWritten, nLength) && (nLength == 0 || std::strspn(szWritten, "\r") != nLength))
             (void)fputs("\n", pOut);
     }
     int nErr = replacer.Commit();

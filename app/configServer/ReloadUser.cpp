@@ -70,19 +70,17 @@ int CConfigServer::OnReloadUserConfig(msgObject& msg)
     if (msg.lParam == 2) {
         // Move to the MAC-named local file.
         const char* szMac = netGetMACText(0, 0);
-        char szName[512];
-        std::memset(szName, 0, sizeof(szName));
-        snprintf(szName, sizeof(szName), "%s-local.cfg", szMac != nullptr ? szMac : "");
-        std::string strFull = std::string("/config/") + szName;
+        std::string strName = UserCfgFileName(szMac != nullptr ? szMac : "");
+        std::string strFull = "/config/" + strName;
         if (ETL_MiscHelper::pathFileExist(strFull.c_str()) == 0) {
-            ETL_TraceHelper::etlTrace(2, "not found:[%s]\n", szName);
+            ETL_TraceHelper::etlTrace(2, "not found:[%s]\n", strName.c_str());
             return 0;
         }
         ETL_TraceHelper::etlTrace(2, "merge [%s] [%s] \n", kLegacyUserFile, strFull.c_str());
         m_bNeedUpload = 1;
         CM7ChangeOrigin originMac(CM7ChangeOrigin::EACH, "reload mode 2 %s", strFull.c_str());
         (void)MergeLoadM7Model(strFull.c_str(), 1, 1);
-        m_strUserCfgName = szName;
+        m_strUserCfgName = strName;
         m_strUserCfgPath = strFull;
         printf("change User Config Path = %s\n", m_strUserCfgPath.c_str());
         (void)ETL_FileHelper::etlRemove(kLegacyUserFile);

@@ -26,7 +26,6 @@ namespace {
 
 const char* const kInvalidMac = "000000000000";
 const int kMacAttempts = 1801;
-const size_t kNameBuffer = 512;
 
 // Six zeroed bytes, then the request on the named interface.
 bool RequestHwAddress(int fd, const char* szInterface, ifreq& request)
@@ -86,14 +85,7 @@ int CConfigServer::OnServiceStart()
     }
 
     // 7.-8. The user configuration file's name and path.
-    char szName[kNameBuffer];
-    std::memset(szName, 0, sizeof(szName));
-    snprintf(szName, sizeof(szName), "%s-local.cfg", strMac.c_str());
-    if (ETL_MiscHelper::pathFileExist(kForceSyncPath) != 0) {
-        std::memset(szName, 0, sizeof(szName));
-        snprintf(szName, sizeof(szName), "%s-local.cfg", "mac");
-    }
-    m_strUserCfgName = szName;
+    m_strUserCfgName = UserCfgFileName(ETL_MiscHelper::pathFileExist(kForceSyncPath) != 0 ? "mac" : strMac.c_str());
     ETL_TraceHelper::etlTrace(2, "User Config Path = %s", m_strUserCfgName.c_str());
     m_strUserCfgPath = "/config/" + m_strUserCfgName;
 
@@ -102,9 +94,7 @@ int CConfigServer::OnServiceStart()
     if (ETL_MiscHelper::pathFileExist(kLegacyUserFile) != 0) {
         printf("find:[%s]\n", kLegacyUserFile);
         (void)LoadM7Model(kLegacyUserFile, 0);
-        std::memset(szName, 0, sizeof(szName));
-        snprintf(szName, sizeof(szName), "%s-local.cfg", strMac.c_str());
-        std::string strMacPath = std::string("/config/") + szName;
+        std::string strMacPath = "/config/" + UserCfgFileName(strMac.c_str());
         if (ETL_MiscHelper::pathFileExist(strMacPath.c_str()) != 0) {
             printf("find:[%s]\n", strMacPath.c_str());
             (void)MergeLoadM7Model(strMacPath.c_str(), 1, 0);

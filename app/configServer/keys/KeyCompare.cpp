@@ -2,12 +2,14 @@
 // keys are paired by position and a changed key contributes all its mapped lines.
 #include "KeyLayout.h"
 
+#include "ConfigText.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "M7Mapping.h"
 #include "configParser.h"
 
 #include <cstring>
+#include <string>
 
 using ETL_StringHelper::chStringA;
 
@@ -40,7 +42,7 @@ int CompareKeyItem(pugi::xml_node current, pugi::xml_node factory, int nIndex, c
         return 0;
     char szSection[128];
     std::memset(szSection, 0, sizeof(szSection));
-    snprintf(szSection, sizeof(szSection), "%s.item.%d", szPrefix, nIndex);
+    (void)snprintf(szSection, sizeof(szSection), "%s.item.%d", szPrefix, nIndex);
     int nFlags = 0;
     for (int i = 0; i < KEY_ATTR_COUNT; ++i) {
         char szName[512];
@@ -49,8 +51,9 @@ int CompareKeyItem(pugi::xml_node current, pugi::xml_node factory, int nIndex, c
             continue;
         const char* szValue = cur.text[i].c_str();
         if (szValue[0] == '\0') {
-            strText = strText + szName;
-            strText = strText + " = %NULL%\n";
+            std::string strLine;
+            AppendM7ItemLine(strLine, chStringA(szName), chStringA(), false);
+            strText = strText + strLine.c_str();
             continue;
         }
         char szBase0[64];

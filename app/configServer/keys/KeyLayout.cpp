@@ -2,11 +2,8 @@
 // copied into the item table under the names the name library gives their attributes.
 #include "KeyLayout.h"
 
-#include "ConfigServer.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
-#include "M7Journal.h"
-#include "M7Store.h"
 #include "configParser.h"
 
 #include <cstring>
@@ -39,9 +36,9 @@ CKeySetFiles GetKeySetFiles(uint32_t nKeySet, int32_t nModule)
         break;
     case 2: {
         char szBuffer[512];
-        snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/config/data/expkey", nModule);
+        (void)snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/config/data/expkey", nModule);
         files.strCurrent = szBuffer;
-        snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/phone/factory/data/expkey", nModule);
+        (void)snprintf(szBuffer, sizeof(szBuffer), "%s%d.xml", "/phone/factory/data/expkey", nModule);
         files.strFactory = szBuffer;
         break;
     }
@@ -73,7 +70,7 @@ void ReadKeyAttrs(pugi::xml_node item, CKeyAttrs& attrs)
         attrs.text[i] = GetXmlAttribute(i == 0 ? item : itemdata, kKeyAttrNames[i], kKeyAttrDefaults[i]);
 }
 
-int CConfigServer::LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule)
+int LoadKeyLayout(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule, const CKeyItemSetter& setItem)
 {
     if (pSelection == nullptr || nSize <= 0)
         return 0;
@@ -106,30 +103,14 @@ int CConfigServer::LoadKeyLayoutToM7(unsigned char* pSelection, int nSize, uint3
         ReadKeyAttrs(node, attrs);
         char szSection[128];
         std::memset(szSection, 0, sizeof(szSection));
-        snprintf(szSection, sizeof(szSection), "%s.item.%d", files.szPrefix, nIndex);
+        (void)snprintf(szSection, sizeof(szSection), "%s.item.%d", files.szPrefix, nIndex);
         int nFlags = 0;
         for (int i = 0; i < KEY_ATTR_COUNT; ++i) {
             char szName[512];
             std::memset(szName, 0, sizeof(szName));
             if (get_config_name_by_path(szPath, szSection, kKeyAttrMapKeys[i], szName, sizeof(szName), &nFlags) == 0)
-                SetM7Item(szName, attrs.text[i].c_str(), static_cast<uint32_t>(nFlags));
+                setItem(szName, attrs.text[i].c_str(), static_cast<uint32_t>(nFlags));
         }
     }
     return 1;
-}
-
-int CConfigServer::OnConvertKeyLayout(msgObject& msg)
-{
-    // The journal names the keys asked for: the selection list up to its zero byte.
-    std::string strKeys;
-    const unsigned char* pSelection = static_cast<const unsigned char*>(msg.GetExtraData());
-    for (int i = 0; i < msg.GetExtraSize() && pSelection[i] != 0 && strKeys.size() < 256; ++i)
-        strKeys += (strKeys.empty() ? "" : ",") + std::to_string(pSelection[i]);
-    CM7ChangeOrigin origin(CM7ChangeOrigin::EACH, "key layout set %u module %d keys %s", static_cast<unsigned>(msg.wParam),
-                           static_cast<int>(msg.lParam), strKeys.empty() ? "none" : strKeys.c_str());
-    int nResult = LoadKeyLayoutToM7(static_cast<unsigned char*>(msg.GetExtraData()), msg.GetExtraSize(),
-                                    static_cast<uint32_t>(msg.wParam), msg.lParam);
-    if (nResult != 0)
-        SaveUserConfig(nullptr, 0);
-    return nResult;
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <pugixml.hpp>
 #include <string>
 
@@ -31,6 +32,13 @@ struct CKeyAttrs {
 extern const char* const kKeyAttrMapKeys[KEY_ATTR_COUNT]; // "type", "itemdata::line", ...
 enum { KEY_ATTR_LINE = 1 };
 void ReadKeyAttrs(pugi::xml_node item, CKeyAttrs& attrs);
+
+// Takes one key attribute into the item table: item name, value, attribute flags.
+typedef std::function<void(const char* szName, const char* szValue, uint32_t nAttr)> CKeyItemSetter;
+// Reads the key set's layout file and hands every mapped attribute of each selected key (the
+// selection holds 1-based key numbers up to a zero byte; each one used becomes 255) to setItem.
+// 1 when the file was read through to its last key, 0 otherwise.
+int LoadKeyLayout(unsigned char* pSelection, int nSize, uint32_t nKeySet, int32_t nModule, const CKeyItemSetter& setItem);
 
 // Compares two keys; when they differ, fills strText with the current key's configuration lines
 // and returns 1, else 0.

@@ -1,8 +1,6 @@
 // Loading the watch list, registering the watches, and running actions on change.
 #include "sectionMonitor.h"
 
-#include "ConfigPaths.h"
-
 #include "autopTranslator.h"
 #include "chReferenceStringT.h"
 #include "fwTrace.h"

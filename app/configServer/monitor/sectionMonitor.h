@@ -6,6 +6,9 @@
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_RegistryHelper.h"
 
+// The watch list the monitor reads at start.
+constexpr const char* kSectionMonitorFile = "/phone/resource/sectionMonitor.xml";
+
 class sectionMonitor : private ETL_MsgQueueHelper::chMsgProcesser,
                        public ETL_RegistryHelper::chRegistryMonitor,
                        public ETL_FileHelper::xmlFile {

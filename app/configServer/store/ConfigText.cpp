@@ -2,6 +2,7 @@
 #include "ConfigText.h"
 
 #include "ETL_FileHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_StringHelper.h"
 
 #include <cstring>
@@ -187,11 +188,10 @@ int IsNonTextConfigFile(const char* szPath)
         return 1;
     unsigned char buf[23];
     std::memset(buf, 0, sizeof(buf));
-    FILE* pFile = ETL_FileHelper::etlFopenRegular(szPath);
-    if (pFile == nullptr)
+    ETL_BaseHelper::chScopedFile file(ETL_FileHelper::etlFopenRegular(szPath));
+    if (!file)
         return 0;
-    size_t nGot = fread(buf, 1, sizeof(buf), pFile);
-    fclose(pFile);
+    size_t nGot = fread(buf, 1, sizeof(buf), file.Get());
     if (nGot < sizeof(buf))
         return 0;
     const unsigned char* p = buf;

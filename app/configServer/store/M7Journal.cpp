@@ -47,7 +47,7 @@ void AppendQuoted(std::string& strOut, const chStringA& str, bool bCut)
             strOut += static_cast<char>(c);
         } else {
             char szHex[8];
-            snprintf(szHex, sizeof(szHex), "\\x%02x", c);
+            (void)snprintf(szHex, sizeof(szHex), "\\x%02x", c);
             strOut += szHex;
         }
     }
@@ -131,7 +131,7 @@ void CM7Journal::RecordWholeTable(uint32_t nItems, bool bCleared)
 {
     CM7JournalEntry& entry = Next();
     char szCount[32];
-    snprintf(szCount, sizeof(szCount), "%u items", nItems);
+    (void)snprintf(szCount, sizeof(szCount), "%u items", nItems);
     Stamp(entry);
     entry.strName = "*";
     entry.strOld = bCleared ? chStringA(szCount) : chStringA();
@@ -150,7 +150,7 @@ bool CM7Journal::Concerns(const CM7JournalEntry& entry, const char* pName, size_
 void CM7Journal::AppendLine(const CM7JournalEntry& entry, std::string& strOut)
 {
     char szTime[40];
-    snprintf(szTime, sizeof(szTime), "%u.%03u ", static_cast<unsigned>(entry.nSeconds),
+    (void)snprintf(szTime, sizeof(szTime), "%u.%03u ", static_cast<unsigned>(entry.nSeconds),
              static_cast<unsigned>(entry.nMillis));
     strOut += szTime;
     strOut += entry.strName.c_str();

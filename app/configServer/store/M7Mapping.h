@@ -1,5 +1,5 @@
-// Attribute flags of configuration items, the conversions between registry values and item
-// values, and the ignore-list rule.
+// Attribute flags of configuration items, and the conversions between registry values and item
+// values.
 #pragma once
 
 #include <cstddef>
@@ -25,9 +25,3 @@ const char* RegistryToItemValue(const char* szValue, uint32_t nFlags, char* szOu
 
 // "ATTR_ENCRYPT" when the low eight bits are exactly 1, else "ATTR_REBOOT".
 const char* SkipReasonText(uint32_t nFlags);
-
-// 1 when the name matches an entry of the ignore list, else 0.
-int IgnoreUserCfg(const char* szName);
-// The same answer by walking the list entry by entry: the rule in its plain form, against which
-// the index behind IgnoreUserCfg is checked.
-int IgnoreUserCfgByWalk(const char* szName);

@@ -2,29 +2,31 @@
 // order, so that static initialisation builds them in it and exit tears them down in reverse.
 #include "M7Store.h"
 
-#include "ConfigServer.h"
 #include "ETL_BaseHelper.h"
 #include "M7Journal.h"
 #include "M7Mapping.h"
 
 #include <cstring>
 #include <new>
+#include <type_traits>
 
 CM7ItemList m7ItemList;
 CM7ItemMap m7ItemMap;
 CM7IgnoreList ignoreM7List;
 int32_t m7ModelChanged = 0;
 
-// ---- CM7ItemList ----
+// ---- the sentinel lists ----
 
-CM7ItemList::CM7ItemList() : m_pHead(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}),
-                             m_pTail(ETL_NEW CM7ListNode{nullptr, nullptr, nullptr}), m_nCount(0)
+template <typename TNode, typename TPayload>
+CM7SentinelList<TNode, TPayload>::CM7SentinelList(const TPayload& sentinel)
+    : m_pHead(ETL_NEW TNode{nullptr, nullptr, sentinel}), m_pTail(ETL_NEW TNode{nullptr, nullptr, sentinel}), m_nCount(0)
 {
     m_pHead->pNext = m_pTail;
     m_pTail->pPrev = m_pHead;
 }
 
-CM7ItemList::~CM7ItemList()
+template <typename TNode, typename TPayload>
+CM7SentinelList<TNode, TPayload>::~CM7SentinelList()
 {
     Clear();
     delete m_pHead;
@@ -34,31 +36,42 @@ CM7ItemList::~CM7ItemList()
 namespace {
 
 const uint32_t kListNodesPerBlock = 128;
-const size_t kListBlockHeader = (sizeof(void*) + alignof(CM7ListNode) - 1) / alignof(CM7ListNode) * alignof(CM7ListNode);
 
-CM7ListNode* ListBlockNodes(void* pBlock)
+// Where a block's nodes start: after the link to the block before, aligned for the node.
+template <typename TNode>
+TNode* ListBlockNodes(void* pBlock)
 {
-    return reinterpret_cast<CM7ListNode*>(static_cast<char*>(pBlock) + kListBlockHeader);
+    const size_t nHeader = (sizeof(void*) + alignof(TNode) - 1) / alignof(TNode) * alignof(TNode);
+    return reinterpret_cast<TNode*>(static_cast<char*>(pBlock) + nHeader);
 }
 
 } // namespace
 
-void CM7ItemList::Append(CM7Item* pItem)
+template <typename TNode, typename TPayload>
+void CM7SentinelList<TNode, TPayload>::Append(const TPayload& payload)
 {
     if (m_pBlocks == nullptr || m_nUsedInBlock == kListNodesPerBlock) {
-        void* pBlock = ETL_NEW char[kListBlockHeader + sizeof(CM7ListNode) * kListNodesPerBlock];
+        void* pBlock = ETL_NEW char[sizeof(void*) + alignof(TNode) + sizeof(TNode) * kListNodesPerBlock];
         *static_cast<void**>(pBlock) = m_pBlocks;
         m_pBlocks = pBlock;
         m_nUsedInBlock = 0;
     }
-    CM7ListNode* pNode = new (ListBlockNodes(m_pBlocks) + m_nUsedInBlock++) CM7ListNode{m_pTail, m_pTail->pPrev, pItem};
+    TNode* pNode = new (ListBlockNodes<TNode>(m_pBlocks) + m_nUsedInBlock++) TNode{m_pTail, m_pTail->pPrev, payload};
     m_pTail->pPrev->pNext = pNode;
     m_pTail->pPrev = pNode;
     ++m_nCount;
 }
 
-void CM7ItemList::Clear()
+template <typename TNode, typename TPayload>
+void CM7SentinelList<TNode, TPayload>::Clear()
 {
+    if (!std::is_trivially_destructible<TNode>::value) {
+        for (TNode* pNode = m_pHead->pNext; pNode != m_pTail;) {
+            TNode* pNext = pNode->pNext;
+            pNode->~TNode();
+            pNode = pNext;
+        }
+    }
     m_pHead->pNext = m_pTail;
     m_pTail->pPrev = m_pHead;
     m_nCount = 0;
@@ -69,6 +82,10 @@ void CM7ItemList::Clear()
     }
     m_nUsedInBlock = 0;
 }
+
+// The two lists of the store; nothing else instantiates the template.
+template class CM7SentinelList<CM7ListNode, CM7Item*>;
+template class CM7SentinelList<CM7IgnoreNode, CM7IgnoreItem>;
 
 // ---- CM7ItemMap ----
 
@@ -296,40 +313,16 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
 
 // ---- CM7IgnoreList ----
 
-CM7IgnoreList::CM7IgnoreList()
-    : m_pHead(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}),
-      m_pTail(ETL_NEW CM7IgnoreNode{nullptr, nullptr, CM7IgnoreItem{chStringA(), -1}}), m_nCount(0)
-{
-    m_pHead->pNext = m_pTail;
-    m_pTail->pPrev = m_pHead;
-}
-
-CM7IgnoreList::~CM7IgnoreList()
-{
-    Clear();
-    delete m_pHead;
-    delete m_pTail;
-}
-
 void CM7IgnoreList::Append(const char* szPattern, int32_t nLength)
 {
-    CM7IgnoreNode* pNode = ETL_NEW CM7IgnoreNode{m_pTail, m_pTail->pPrev, CM7IgnoreItem{chStringA(szPattern), nLength}};
-    m_pTail->pPrev->pNext = pNode;
-    m_pTail->pPrev = pNode;
-    ++m_nCount;
+    CM7SentinelList::Append(CM7IgnoreItem{chStringA(szPattern), nLength});
     ++m_nVersion;
 }
 
 void CM7IgnoreList::Clear()
 {
     ++m_nVersion;
-    while (m_nCount > 0 && m_pTail->pPrev != m_pHead) {
-        CM7IgnoreNode* pNode = m_pTail->pPrev;
-        pNode->pPrev->pNext = m_pTail;
-        m_pTail->pPrev = pNode->pPrev;
-        delete pNode;
-        --m_nCount;
-    }
+    CM7SentinelList::Clear();
 }
 
 // ---- operations ----
@@ -349,24 +342,23 @@ void AppendM7Item(CM7Item* pItem)
     m7ItemMap.InsertAbsent(pItem->name, pItem);
 }
 
-void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
+bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
 {
     if (szName == nullptr || szValue == nullptr)
-        return;
+        return false;
     char szBase0[64];
     if ((nAttr & ATTR_BASE0) != 0) {
         FormatBase0Value(szValue, szBase0, sizeof(szBase0));
         szValue = szBase0;
     }
-    if (CConfigServer* pServer = GetConfigServer())
-        pServer->m_bNeedUpload = 1;
     CM7Item* pItem = FindM7Item(szName);
     if (pItem == nullptr) {
         AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szValue), nAttr});
-        return;
+        return true;
     }
     pItem->attr = nAttr;
     SetM7ItemValue(*pItem, chStringA(szValue));
+    return true;
 }
 
 void SetM7ItemValue(CM7Item& item, const chStringA& strValue)

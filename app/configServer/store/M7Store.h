@@ -23,29 +23,38 @@ struct CM7ListNode {
     CM7Item* pItem;
 };
 
-// Doubly linked list with two sentinels; does not own the records. Element nodes are carved from
-// blocks, as they only ever go all together: a node costs its 24 bytes and no allocator header.
-class CM7ItemList {
+// Doubly linked list between two sentinel nodes; TNode is {pNext, pPrev, payload}. Element nodes
+// are carved from blocks, as they only ever go all together: a node costs its own size and no
+// allocator header. Payloads are copied in and not owned beyond that.
+template <typename TNode, typename TPayload>
+class CM7SentinelList {
 public:
-    CM7ItemList();
-    ~CM7ItemList();
-    CM7ItemList(const CM7ItemList&) = delete;
-    CM7ItemList& operator=(const CM7ItemList&) = delete;
+    // The sentinels carry this payload, which no walk from First() to End() ever sees.
+    explicit CM7SentinelList(const TPayload& sentinel);
+    ~CM7SentinelList();
+    CM7SentinelList(const CM7SentinelList&) = delete;
+    CM7SentinelList& operator=(const CM7SentinelList&) = delete;
 
-    void Append(CM7Item* pItem);
+    void Append(const TPayload& payload);
     // Unlinks every element node and frees their blocks; the sentinels stay.
     void Clear();
     uint32_t Count() const { return m_nCount; }
     // Walk in insertion order: for (n = First(); n != End(); n = n->pNext).
-    CM7ListNode* First() const { return m_pHead->pNext; }
-    const CM7ListNode* End() const { return m_pTail; }
+    TNode* First() const { return m_pHead->pNext; }
+    const TNode* End() const { return m_pTail; }
 
 private:
-    CM7ListNode* m_pHead;
-    CM7ListNode* m_pTail;
+    TNode* m_pHead;
+    TNode* m_pTail;
     uint32_t m_nCount;
     void* m_pBlocks = nullptr; // newest first; each block starts with the link to the one before
     uint32_t m_nUsedInBlock = 0;
+};
+
+// The items in insertion order; does not own the records.
+class CM7ItemList : public CM7SentinelList<CM7ListNode, CM7Item*> {
+public:
+    CM7ItemList() : CM7SentinelList(nullptr) {}
 };
 
 // A map node. The key is the name's text plus its full hash, which sits in what would be padding:
@@ -134,26 +143,17 @@ struct CM7IgnoreNode {
     CM7IgnoreItem item;
 };
 
-class CM7IgnoreList {
+class CM7IgnoreList : public CM7SentinelList<CM7IgnoreNode, CM7IgnoreItem> {
 public:
-    CM7IgnoreList();
-    ~CM7IgnoreList();
-    CM7IgnoreList(const CM7IgnoreList&) = delete;
-    CM7IgnoreList& operator=(const CM7IgnoreList&) = delete;
+    CM7IgnoreList() : CM7SentinelList(CM7IgnoreItem{chStringA(), -1}) {}
 
     void Append(const char* szPattern, int32_t nLength);
     // Unlinks and frees every entry from the back; the sentinels stay.
     void Clear();
-    uint32_t Count() const { return m_nCount; }
-    CM7IgnoreNode* First() const { return m_pHead->pNext; }
-    const CM7IgnoreNode* End() const { return m_pTail; }
     // Changes with every Append and Clear, so that an index built from the list knows it is stale.
     uint64_t Version() const { return m_nVersion; }
 
 private:
-    CM7IgnoreNode* m_pHead;
-    CM7IgnoreNode* m_pTail;
-    uint32_t m_nCount;
     uint64_t m_nVersion = 0;
 };
 
@@ -168,8 +168,9 @@ CM7Item* FindM7Item(const char* szName);
 // Appends a fully built record to the list, then enters it in the map. Every caller has just
 // looked the name up and found it absent, so the map links it without walking its chain again.
 void AppendM7Item(CM7Item* pItem);
-// Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. Marks upload due.
-void SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
+// Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. True when the item was
+// set, the same value again included (an upload is then due), false for a null name or value.
+bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);
 // Replaces the value of an item in the table. Every change of a value goes through here, through
 // AppendM7Item or through ClearM7Model, so that the journal sees them all.
 void SetM7ItemValue(CM7Item& item, const chStringA& strValue);

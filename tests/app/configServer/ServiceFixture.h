@@ -73,7 +73,7 @@ protected:
         ServiceRootTest::SetUp();
         ClearM7Model();
         ignoreM7List.Clear();
-        m_server.m_strUserCfgPath = "/config/user-local.cfg";
+        m_server.SetUserCfgPath("/config/user-local.cfg");
         testutil::MakeParents(Real("/config/x"));
         testutil::MakeParents(Real("/tmp/x"));
     }

@@ -39,7 +39,7 @@ int main(int argc, char** argv)
     // The platform's process settings (a write past the size limit fails instead of killing).
     (void)ETL_MsgQueueHelper::uCSystemShareHelper::getGlobalObject();
     CConfigServer server;
-    server.m_strUserCfgPath = "/config/mac-local.cfg";
+    server.SetUserCfgPath("/config/mac-local.cfg");
     for (long i = 0; i < std::atol(argv[1]); ++i)
         SetM7Item(("item." + std::to_string(i)).c_str(), "value", 0);
     if (argc == 4) {

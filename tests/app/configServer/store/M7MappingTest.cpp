@@ -1,4 +1,5 @@
 // Value conversions and the ignore-list rule.
+#include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 

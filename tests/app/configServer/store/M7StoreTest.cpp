@@ -1,6 +1,5 @@
 // The item table: insertion order, replacement, hashing into the fixed buckets, pooled nodes,
 // clearing, and the item setter's rules.
-#include "ConfigServer.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 
@@ -70,11 +69,10 @@ TEST_F(M7StoreTest, HashBucketsMatchHandComputedValues)
 
 TEST_F(M7StoreTest, ClearEmptiesEverythingAndTheSetterAppliesBase0)
 {
-    CConfigServer server;
-    server.m_bNeedUpload = 0;
     for (int i = 0; i < 25; ++i)
-        SetM7Item(("item." + std::to_string(i)).c_str(), "v", 0);
-    EXPECT_EQ(server.m_bNeedUpload, 1) << "a set item makes an upload due";
+        EXPECT_TRUE(SetM7Item(("item." + std::to_string(i)).c_str(), "v", 0)) << "a set item makes an upload due";
+    EXPECT_TRUE(SetM7Item("item.3", "v", 0)) << "the same value again too";
+    EXPECT_FALSE(SetM7Item("item.3", nullptr, 0));
     ClearM7Model();
     EXPECT_EQ(m7ItemMap.Count(), 0u);
     EXPECT_EQ(m7ItemList.Count(), 0u);

@@ -1,13 +1,11 @@
 // Writing the item table as configuration text: the user configuration file (with its ".bak"
 // step) and the whole-table export. Files are rewritten whole.
-#include "ConfigServer.h"
-#include "ConfigPaths.h"
+#include "ConfigWriter.h"
 
 #include "ConfigText.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
-#include "LiveView.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "fwTrace.h"
@@ -52,60 +50,46 @@ bool WriteItems(FILE* pFile, bool bAllNull, bool bReportSkips)
     return bWritten;
 }
 
-// Not started: the target could not be opened or take the header; failed: cut short later.
-enum WriteResult { WRITE_NOT_STARTED, WRITE_FAILED, WRITE_DONE };
+} // namespace
 
-// Header, then the item lines. A file rewritten in place can be seen empty or cut by a reader or
-// after a power cut, so the text goes to a temporary that replaces the target once complete.
-WriteResult WriteConfigFile(const char* szTarget, bool bAllNull, bool bReportSkips)
+EM7WriteResult WriteM7File(const char* szTarget, bool bAllNull, bool bReportSkips, uint64_t& nBytes)
 {
     ETL_FileHelper::chFileReplacer replacer;
     FILE* pFile = replacer.Open(szTarget);
     if (pFile == nullptr) {
         ETL_TraceHelper::etlTrace(2, "open [%s] failed.", szTarget);
-        return WRITE_NOT_STARTED;
+        return M7_WRITE_NOT_STARTED;
     }
     // Flushed at once, so that a file that cannot grow shows here and not lines later.
     if (fwrite(kM7Header, 1, kM7HeaderLength, pFile) != kM7HeaderLength || fflush(pFile) != 0) {
         ETL_TraceHelper::etlTrace(2, "can't write M7 header");
-        return WRITE_NOT_STARTED;
+        return M7_WRITE_NOT_STARTED;
     }
     if (!WriteItems(pFile, bAllNull, bReportSkips))
-        return WRITE_FAILED;
+        return M7_WRITE_FAILED;
     int nErr = replacer.Commit();
     if (nErr != 0) {
         ETL_TraceHelper::etlTrace(2, "replace [%s] failed: %s", szTarget, strerror(-nErr));
-        return WRITE_FAILED;
+        return M7_WRITE_FAILED;
     }
     struct stat st;
     if (ETL_FileHelper::etlStat(szTarget, &st) == 0)
-        CFG_COUNT(g_serviceCounters.nBytesWritten += static_cast<uint64_t>(st.st_size));
-    return WRITE_DONE;
+        nBytes = static_cast<uint64_t>(st.st_size);
+    return M7_WRITE_DONE;
 }
 
-} // namespace
-
-void CConfigServer::SaveUserConfig(const char* szPath, int bAllNull)
+EM7WriteResult SaveM7Table(const std::string& strUserPath, const char* szPath, bool bAllNull, uint64_t& nBytes)
 {
     // Keep the previous content in ".bak" first; a missing user file comes back from it.
-    if (!m_strUserCfgPath.empty()) {
-        std::string strBackup = m_strUserCfgPath + ".bak";
-        if (ETL_MiscHelper::pathFileExist(m_strUserCfgPath.c_str()) != 0)
-            (void)fwCopyFile(m_strUserCfgPath.c_str(), strBackup.c_str());
+    if (!strUserPath.empty()) {
+        std::string strBackup = strUserPath + ".bak";
+        if (ETL_MiscHelper::pathFileExist(strUserPath.c_str()) != 0)
+            (void)fwCopyFile(strUserPath.c_str(), strBackup.c_str());
         else if (ETL_MiscHelper::pathFileExist(strBackup.c_str()) != 0)
-            (void)fwCopyFile(strBackup.c_str(), m_strUserCfgPath.c_str());
+            (void)fwCopyFile(strBackup.c_str(), strUserPath.c_str());
     }
-    const char* szTarget = szPath != nullptr ? szPath : m_strUserCfgPath.c_str();
-    if (WriteConfigFile(szTarget, bAllNull != 0, true) == WRITE_NOT_STARTED)
-        return;
-    if (szPath == nullptr) {
-        CFG_COUNT(++g_serviceCounters.nUserFileRewrites);
-        CFG_COUNT(g_serviceCounters.tLastRewrite = std::chrono::steady_clock::now());
-    }
-    m7ModelChanged = 0;
-}
-
-int CConfigServer::ExportCustomConfig(const char* szPath)
-{
-    return WriteConfigFile(szPath != nullptr ? szPath : kCustomConfigPath, false, false) == WRITE_NOT_STARTED ? 0 : 1;
+    EM7WriteResult eResult = WriteM7File(szPath != nullptr ? szPath : strUserPath.c_str(), bAllNull, true, nBytes);
+    if (eResult != M7_WRITE_NOT_STARTED)
+        m7ModelChanged = 0;
+    return eResult;
 }

@@ -1,12 +1,11 @@
 // Merging configuration texts into the item table, and loading the ignore list.
-#include "ConfigServer.h"
-#include "ConfigPaths.h"
+#include "MergeLoad.h"
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"
 #include "ETL_FileHelper.h"
 #include "ETL_MiscHelper.h"
-#include "ETL_TraceHelper.h"
+#include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
 #include "configParser.h"
@@ -71,7 +70,7 @@ void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
 
 } // namespace
 
-int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int bInvert)
+int MergeM7Text(const char* szPath, int bSkipRepetition, int bInvert)
 {
     CM7LineReader reader;
     if (szPath == nullptr || reader.Open(szPath) == 0) {
@@ -115,20 +114,12 @@ int CConfigServer::MergeLoadM7Model(const char* szPath, int bSkipRepetition, int
     return 1;
 }
 
-int CConfigServer::LoadM7Model(const char* szPath, int bInvert)
+int LoadM7IgnoreList(const char* szPath)
 {
-    if (szPath == nullptr)
-        return 0;
-    ETL_TraceHelper::etlTrace(2, "ConfigServer::LoadM7Model");
-    return MergeLoadM7Model(szPath, 0, bInvert);
-}
-
-int CConfigServer::LoadIgnoreM7List()
-{
-    if (ETL_MiscHelper::pathFileExist(kIgnoreListPath) == 0)
+    if (ETL_MiscHelper::pathFileExist(szPath) == 0)
         return 0;
     pugi::xml_document doc;
-    if (!ETL_FileHelper::etlXmlLoadFile(doc, kIgnoreListPath))
+    if (!ETL_FileHelper::etlXmlLoadFile(doc, szPath))
         return 0;
     pugi::xml_node data = doc.child("data");
     if (!data)

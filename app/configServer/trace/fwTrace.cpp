@@ -4,6 +4,7 @@
 
 #include "ETL_BaseHelper.h"
 #include "ETL_FileHelper.h"
+#include "ETL_ScopedHandle.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -22,6 +23,8 @@ struct fwTraceSink {
 };
 
 fwTraceSink g_sink = {nullptr, -1, 5};
+// The sink's stream when it is a file of ours rather than standard error.
+ETL_BaseHelper::chScopedFile g_ownedStream;
 bool g_bSyslogOpen = false;
 fwSyslogWriter g_pSyslogWriter = nullptr;
 int g_nLastReads = 0;
@@ -46,8 +49,7 @@ int PrepareDescriptor(int fd)
 
 void TakeDown()
 {
-    if (g_sink.pStream != nullptr && g_sink.pStream != stderr)
-        fclose(g_sink.pStream);
+    g_ownedStream.Reset();
     g_sink.pStream = nullptr;
     g_sink.nDescriptor = -1;
     if (g_bSyslogOpen)
@@ -58,14 +60,13 @@ void TakeDown()
 struct SinkSetUp {
     SinkSetUp()
     {
-        if (g_sink.pStream != nullptr && g_sink.pStream != stderr)
-            fclose(g_sink.pStream);
+        g_ownedStream.Reset();
         g_sink.nDescriptor = -1;
         g_sink.nLevel = 5;
         g_sink.pStream = stderr;
         g_sink.nDescriptor = fileno(g_sink.pStream);
         (void)PrepareDescriptor(g_sink.nDescriptor);
-        atexit(TakeDown);
+        (void)atexit(TakeDown);
     }
 };
 
@@ -128,11 +129,12 @@ void fwTracePrint(int nLevel, const char* szFormat, ...)
 
 int fwTraceSetOutput(const char* szPath, int nLevel)
 {
-    if (g_sink.pStream != nullptr && g_sink.pStream != stderr)
-        fclose(g_sink.pStream);
+    g_ownedStream.Reset();
     g_sink.pStream = nullptr;
-    if (szPath != nullptr)
-        g_sink.pStream = ETL_FileHelper::etlFopen(szPath, "a+");
+    if (szPath != nullptr) {
+        g_ownedStream.Reset(ETL_FileHelper::etlFopen(szPath, "a+"));
+        g_sink.pStream = g_ownedStream.Get();
+    }
     if (g_sink.pStream == nullptr)
         g_sink.pStream = stderr;
     g_sink.nLevel = nLevel;
@@ -148,7 +150,8 @@ int fwCopyFile(const char* szSource, const char* szTarget)
     g_nLastWrites = 0;
     if (szSource == nullptr || szTarget == nullptr)
         return -1;
-    FILE* pSource = ETL_FileHelper::etlFopenRegular(szSource);
+    ETL_BaseHelper::chScopedFile source(ETL_FileHelper::etlFopenRegular(szSource));
+    FILE* pSource = source.Get();
     if (pSource == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Source file [%s] can't open! \n\n", __FILE__, __LINE__, szSource);
         return -1;
@@ -158,14 +161,13 @@ int fwCopyFile(const char* szSource, const char* szTarget)
     FILE* pTarget = replacer.Open(szTarget);
     if (pTarget == nullptr) {
         fwTracePrint(4, "ifo[%-16s:%-4d]Target file [%s] can't open! \n\n", __FILE__, __LINE__, szTarget);
-        fclose(pSource);
         return -1;
     }
     int nCalls = 0;
     bool bCopied = replacer.CopyFrom(fileno(pSource), &nCalls) == 0;
     g_nLastReads = nCalls;
     g_nLastWrites = nCalls;
-    fclose(pSource);
+    source.Reset();
     // Either way the target keeps its previous content whole. A copy that stopped at a failed
     // write still returns 0, as it always has; a target that could not be replaced is one that
     // could not be opened.
