@@ -1,4 +1,5 @@
 // Line reading, INI documents (a direct one-pass parser) and XML documents (pugixml) of the platform.
+#include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
 
 #include "ETL_TraceHelper.h"

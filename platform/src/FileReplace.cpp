@@ -1,6 +1,6 @@
 // Replacing a file whole through a temporary beside it, and opening regular files for reading
 // without waiting on FIFOs or devices.
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,7 +1,7 @@
 // Encoding and checking of message datagrams, and where thread sockets live.
 #include "MsgWire.h"
 
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,5 +1,5 @@
 // The one place that turns logical paths into real ones, and the thin file functions built on it.
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -2,6 +2,7 @@
 // saving, section watches, and the platform messages behind etlmsg reg-set and reg-get.
 #include "ETL_RegistryHelper.h"
 
+#include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
 #include "ETL_TraceHelper.h"
 #include "MsgPlatform.h"
