@@ -2,7 +2,7 @@
 // file named by its logical path. Plain file access by path is in ETL_FileAccess.h.
 #pragma once
 
-#include "chReferenceStringT.h"
+#include "ETL_StringHelper.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -25,8 +25,22 @@ public:
     int Open(const char* szPath, int nMode);
     void Close();
     // Reads the next line up to and including the delimiter, whole whatever its length.
-    // 0 at end of file. Bytes after a NUL inside the line do not reach the string.
-    int ReadString(ETL_StringHelper::chReferenceStringT<char>& strLine, int nDelimiter);
+    // 0 at end of file. Bytes after a NUL inside the line do not reach the string. A template so
+    // that the platform needs only the string's name: the caller that holds one has its header.
+    template <class T>
+    int ReadString(ETL_StringHelper::chReferenceStringT<T>& strLine, int nDelimiter)
+    {
+        const char* pLine = nullptr;
+        int nLen = 0;
+        int nResult = ReadLine(pLine, nLen, nDelimiter);
+        if (pLine != nullptr)
+            strLine.CopyTextFrom(pLine, nLen);
+        return nResult;
+    }
+    // The same into the reader's own buffer: 1 with the line in pLine (nLen bytes, terminated,
+    // valid until the next read); 0 at end of file with pLine "" and nLen 0, or with pLine null
+    // when no file is open.
+    int ReadLine(const char*& pLine, int& nLen, int nDelimiter);
 
 private:
     FILE* m_pFile = nullptr;

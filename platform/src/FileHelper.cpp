@@ -51,21 +51,20 @@ void chFileStdio::Close()
     m_pFile = nullptr;
 }
 
-int chFileStdio::ReadString(ETL_StringHelper::chReferenceStringT<char>& strLine, int nDelimiter)
+int chFileStdio::ReadLine(const char*& pLine, int& nLen, int nDelimiter)
 {
+    pLine = nullptr;
+    nLen = 0;
     if (m_pFile == nullptr)
         return 0;
     ssize_t nGot = getdelim(&m_pLine, &m_nLineCap, nDelimiter, m_pFile);
     if (nGot <= 0) {
-        strLine = "";
+        pLine = "";
         return 0;
     }
-    if (m_pLine[0] == '\0') {
-        // A line that starts with NUL reads as empty, but it is a line all the same.
-        strLine = "";
-        return 1;
-    }
-    strLine.CopyTextFrom(m_pLine, static_cast<int>(nGot));
+    // A line that starts with NUL reads as empty text, but it is a line all the same.
+    pLine = m_pLine;
+    nLen = static_cast<int>(nGot);
     return 1;
 }
 

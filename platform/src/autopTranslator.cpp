@@ -80,17 +80,17 @@ int load_trans(const char* szPath)
     return 0;
 }
 
-ETL_StringHelper::chStringA call_text_method(const char* szText)
+const char* call_text_method_text(const char* szText)
 {
     const char* szName = szText != nullptr ? szText : "";
     if (!g_bLoaded) {
         ETL_TraceHelper::etlTrace(2, "translator: no description loaded; [%s] not run", szName);
-        return ETL_StringHelper::chStringA();
+        return "";
     }
     auto it = Methods().find(szName);
     if (it == Methods().end()) {
         ETL_TraceHelper::etlTrace(2, "translator: unknown method [%s]", szName);
-        return ETL_StringHelper::chStringA();
+        return "";
     }
     const TextMethod& method = it->second;
     ETL_MsgQueueHelper::msgThread hThread = ETL_MsgQueueHelper::msgGetThreadByName(method.strThread.c_str());
@@ -103,7 +103,7 @@ ETL_StringHelper::chStringA call_text_method(const char* szText)
         nResult = ETL_MsgQueueHelper::msgPostMsgToThread(hThread, method.nId, method.nWparam, method.nLparam);
     if (nResult != 0)
         ETL_TraceHelper::etlTrace(2, "translator: method [%s] could not post to [%s]", szName, method.strThread.c_str());
-    return ETL_StringHelper::chStringA("ok");
+    return "ok";
 }
 
 void release_trans()
