@@ -133,6 +133,8 @@ public:
     virtual const char* MessageName(uint32_t nId) = 0;
 };
 
+class uCSystemShareHelper;
+
 // A named message thread: the object whose loop handles the messages posted to its name.
 class chThreadLocal : public chMsgProcesser {
 public:
@@ -160,9 +162,11 @@ public:
     void SetInspectProvider(chInspectProvider* pProvider);
 
     struct Impl;
-    Impl* GetImpl() const { return m_pImpl.get(); }
 
 private:
+    // Registration works on the platform's side of the thread; nothing else reaches it.
+    friend class uCSystemShareHelper;
+    Impl* GetImpl() const { return m_pImpl.get(); }
     std::unique_ptr<Impl> m_pImpl;
 };
 
