@@ -1,5 +1,6 @@
 // Finding message threads by name, posting to them, and sending with a wait for the answer.
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_FileAccess.h"
 #include "ETL_TraceHelper.h"
 #include "MsgPlatform.h"
 #include "MsgWire.h"
@@ -134,8 +135,7 @@ struct ReplySocket {
         (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
         fd = fdNew;
         strPath = addr.sun_path;
-        const char* szRoot = getenv("ETL_ROOT");
-        strRoot = szRoot != nullptr ? szRoot : "";
+        strRoot = ETL_FileHelper::etlResolvePath("/");
         vecBuf.resize(wire::MAX_DATAGRAM + 1);
     }
 
@@ -152,8 +152,8 @@ struct ReplySocket {
 
     bool SameRoot() const
     {
-        const char* szRoot = getenv("ETL_ROOT");
-        return strRoot == (szRoot != nullptr ? szRoot : "");
+        // The root as the resolver sees it now: a test may move it between cases.
+        return strRoot == ETL_FileHelper::etlResolvePath("/");
     }
     ~ReplySocket()
     {
