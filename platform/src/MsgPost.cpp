@@ -1,6 +1,7 @@
 // Finding message threads by name, posting to them, and sending with a wait for the answer.
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_FileAccess.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 #include "MsgPlatform.h"
 #include "MsgWire.h"
@@ -48,16 +49,7 @@ std::string NameOfHandle(msgThread hThread)
 // One unbound socket for every post of the process; the kernel waits at most a second for room.
 int PostSocket()
 {
-    static int s_fd = [] {
-        int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fd >= 0) {
-            timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
-            (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-            int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-            (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-        }
-        return fd;
-    }();
+    static int s_fd = wire::OpenMessageSocket(kPostTimeoutMs);
     return s_fd;
 }
 
@@ -121,19 +113,13 @@ struct ReplySocket {
         sockaddr_un addr;
         if (wire::EnsureQueueDir() != 0 || !MakeAddress(wire::QueueDir() + "/" + szOwn, addr))
             return;
-        int fdNew = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fdNew < 0)
+        ETL_BaseHelper::chScopedFd fdNew(wire::OpenMessageSocket(kPostTimeoutMs));
+        if (!fdNew)
             return;
         (void)unlink(addr.sun_path);
-        if (bind(fdNew, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
-            close(fdNew);
+        if (bind(fdNew.Get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0)
             return;
-        }
-        timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
-        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-        int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-        fd = fdNew;
+        fd = fdNew.Release();
         strPath = addr.sun_path;
         strRoot = ETL_FileHelper::etlResolvePath("/");
         vecBuf.resize(wire::MAX_DATAGRAM + 1);
@@ -158,7 +144,7 @@ struct ReplySocket {
     ~ReplySocket()
     {
         if (fd >= 0) {
-            close(fd);
+            (void)close(fd);
             (void)unlink(strPath.c_str());
         }
     }

@@ -2,6 +2,7 @@
 // loop that hands them to the thread object one at a time, and replies.
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_MiscHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 #include "MsgLoop.h"
 #include "MsgPlatform.h"
@@ -618,15 +619,15 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     // The lock file tells a live holder from a stale socket left by a dead process.
     std::string strLock = strPath + ".lock";
-    int fdLock = open(strLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fdLock < 0) {
+    ETL_BaseHelper::chScopedFd fdLock(open(strLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!fdLock) {
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot open the lock of [%s]: %s", impl.strName.c_str(),
                                   strerror(errno));
         return -1;
     }
-    if (flock(fdLock, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(fdLock.Get(), LOCK_EX | LOCK_NB) != 0) {
         char szPid[32] = {0};
-        ssize_t nGot = pread(fdLock, szPid, sizeof(szPid) - 1, 0);
+        ssize_t nGot = pread(fdLock.Get(), szPid, sizeof(szPid) - 1, 0);
         (void)nGot;
         ETL_TraceHelper::etlTrace(2, "msgqueue: thread [%s] is already registered by process %s; exiting",
                                   impl.strName.c_str(), szPid[0] != '\0' ? szPid : "?");
@@ -634,28 +635,22 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     char szPid[32];
     int nPidLen = snprintf(szPid, sizeof(szPid), "%d", static_cast<int>(getpid()));
-    if (ftruncate(fdLock, 0) != 0 || pwrite(fdLock, szPid, static_cast<size_t>(nPidLen), 0) != nPidLen)
+    if (ftruncate(fdLock.Get(), 0) != 0 || pwrite(fdLock.Get(), szPid, static_cast<size_t>(nPidLen), 0) != nPidLen)
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot record the holder of [%s]", impl.strName.c_str());
 
     (void)unlink(strPath.c_str());
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    // Replies to senders go out of this socket too: it gets room for the largest one.
+    ETL_BaseHelper::chScopedFd fdSocket(wire::OpenMessageSocket(0));
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
+    if (!fdSocket || bind(fdSocket.Get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot bind [%s]: %s", impl.strName.c_str(), strerror(errno));
-        if (fd >= 0)
-            close(fd);
-        close(fdLock);
         return -1;
     }
-    // Replies to senders go out of this socket; give it room for the largest one.
-    int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
-
+    int fd = fdSocket.Release();
     impl.fd = fd;
-    impl.fdLock = fdLock;
+    impl.fdLock = fdLock.Release();
     impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
     {
         std::lock_guard<std::mutex> lock(impl.mutex);

@@ -2,6 +2,7 @@
 #include "CfgVersion.h"
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_MiscHelper.h"
+#include "ETL_ScopedHandle.h"
 
 #include <cerrno>
 #include <chrono>
@@ -100,20 +101,18 @@ bool ParseHex(const char* sz, std::string& strOut)
 
 bool ReadWholeFile(const char* szPath, std::string& strOut)
 {
-    FILE* pFile = fopen(szPath, "rb");
-    if (pFile == nullptr)
+    ETL_BaseHelper::chScopedFile file(fopen(szPath, "rb"));
+    if (!file)
         return false;
     char buf[65536];
     size_t nGot;
     strOut.clear();
-    while ((nGot = fread(buf, 1, sizeof(buf), pFile)) > 0) {
+    while ((nGot = fread(buf, 1, sizeof(buf), file.Get())) > 0) {
         strOut.append(buf, nGot);
         if (strOut.size() > static_cast<size_t>(MSG_MAX_EXTRA) + 1)
             break;
     }
-    bool bOk = !ferror(pFile);
-    fclose(pFile);
-    return bOk;
+    return !ferror(file.Get());
 }
 
 // Options shared by the commands; positional words are kept in order.
