@@ -57,6 +57,7 @@ int CConfigServer::OnServiceStart()
     ETL_RegistryHelper::uCRegistryHelper* pRegistry = ETL_RegistryHelper::uCRegistryHelpergetGlobalObject();
     pRegistry->Lock(-1);
     pRegistry->GetSharedState()->nOwnerTask = ETL_MiscHelper::etlGetCurrentTaskId();
+    pRegistry->GetSharedState()->nChangedMsgId = CONFIG_MSG_REGISTRY_CHANGED;
     pRegistry->Unlock();
 
     // 2.-4. Section watches, ignore list, translator.
