@@ -22,7 +22,6 @@ int etlAccess(const char* szPath, int nMode);
 int etlStat(const char* szPath, struct stat* pStat);
 int etlLstat(const char* szPath, struct stat* pStat);
 DIR* etlOpendir(const char* szPath);
-int etlMkdir(const char* szPath, mode_t nMode);
 
 // Opens a regular file for reading without ever waiting: a FIFO, socket or device is refused
 // (errno EINVAL) instead of blocking the caller. Null on failure, errno set.

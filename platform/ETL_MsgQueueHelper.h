@@ -69,7 +69,6 @@ public:
     void ReplyMessage(int nResult);
     // As ReplyMessage, with extra bytes for the sender (the value of a registry read).
     void ReplyMessageEx(int nResult, const void* pData, int nSize);
-    bool IsReplied() const;
 
 private:
     void* m_pExtra;
@@ -156,7 +155,6 @@ public:
     // Makes Run return nStatus once the current handler is done; later messages stay queued.
     void ExitLoop(int nStatus);
 
-    const char* GetThreadName() const;
     // The provider that answers the inspection messages with the thread's own data; not owned.
     // Without one, items and journal are not handled and stats carry the platform's lines only.
     void SetInspectProvider(chInspectProvider* pProvider);

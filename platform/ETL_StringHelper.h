@@ -26,6 +26,11 @@ bool chIsLeadbyte(const char* p);
 // Blank, tab, carriage return, line feed, vertical tab and form feed.
 bool chIsWhiteSpace(int c);
 
+// The whole text as an integer in nBase (0: decimal, 0x-hex or 0-octal, as strtoll reads them),
+// within [nMin, nMax]. True with nOut set; false, nOut untouched, for empty text, trailing
+// characters, overflow or a value out of range.
+bool etlParseInteger(const char* sz, int nBase, long long nMin, long long nMax, long long& nOut);
+
 template <class T>
 class chReferenceStringT;
 

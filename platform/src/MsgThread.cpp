@@ -449,11 +449,6 @@ void msgObject::ReplyMessageEx(int nResult, const void* pData, int nSize)
         SendReply(*m_pReply, nResult, pData, nSize);
 }
 
-bool msgObject::IsReplied() const
-{
-    return m_pReply != nullptr && m_pReply->bReplied;
-}
-
 // ---- chMsgProcesser ----
 
 int chMsgProcesser::TryThreadMessage(msgObject& msg)
@@ -557,11 +552,6 @@ void chThreadLocal::ExitLoop(int nStatus)
     PlatformLoop().stop();
 }
 
-const char* chThreadLocal::GetThreadName() const
-{
-    return m_pImpl->strName.c_str();
-}
-
 void chThreadLocal::SetInspectProvider(chInspectProvider* pProvider)
 {
     m_pImpl->pInspect = pProvider;
@@ -584,8 +574,8 @@ uCSystemShareHelper::uCSystemShareHelper()
 {
     // A write past a file-size limit must fail with EFBIG and be traced, not kill the process;
     // a vanished peer must not kill it either.
-    signal(SIGXFSZ, SIG_IGN);
-    signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
+    (void)signal(SIGPIPE, SIG_IGN);
     // Fixed heap thresholds. The buffers of every rewrite (the 512 KiB copy buffer, the writer's
     // chunk) stay below them: served from the heap, their pages are reused instead of faulted in
     // anew each time. Anything larger (whole documents read at once) is mapped and goes back at

@@ -103,9 +103,4 @@ DIR* etlOpendir(const char* szPath)
     return szPath == nullptr ? nullptr : opendir(etlResolvePath(szPath).c_str());
 }
 
-int etlMkdir(const char* szPath, mode_t nMode)
-{
-    return szPath == nullptr ? -1 : mkdir(etlResolvePath(szPath).c_str(), nMode);
-}
-
 } // namespace ETL_FileHelper

@@ -3,9 +3,9 @@
 
 #include "ETL_FileHelper.h"
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_StringHelper.h"
 #include "ETL_TraceHelper.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -30,19 +30,14 @@ std::map<std::string, TextMethod>& Methods()
 
 bool g_bLoaded = false;
 
+// A missing number is 0; otherwise decimal or 0x-hex within the range.
 bool ParseNumber(const char* sz, long long nMin, long long nMax, long long& nOut)
 {
     if (sz == nullptr || *sz == '\0') {
         nOut = 0;
         return true;
     }
-    errno = 0;
-    char* pEnd = nullptr;
-    long long n = std::strtoll(sz, &pEnd, 0);
-    if (errno != 0 || *pEnd != '\0' || n < nMin || n > nMax)
-        return false;
-    nOut = n;
-    return true;
+    return ETL_StringHelper::etlParseInteger(sz, 0, nMin, nMax, nOut);
 }
 
 } // namespace
