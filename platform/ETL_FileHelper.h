@@ -2,6 +2,7 @@
 // file named by its logical path. Plain file access by path is in ETL_FileAccess.h.
 #pragma once
 
+#include "ETL_ScopedHandle.h"
 #include "ETL_StringHelper.h"
 
 #include <cstdint>
@@ -43,7 +44,7 @@ public:
     int ReadLine(const char*& pLine, int& nLen, int nDelimiter);
 
 private:
-    FILE* m_pFile = nullptr;
+    ETL_BaseHelper::chScopedFile m_file;
     char* m_pLine = nullptr;
     size_t m_nLineCap = 0;
 };

@@ -40,25 +40,23 @@ int chFileStdio::Open(const char* szPath, int nMode)
         errno = EISDIR;
         return 0;
     }
-    m_pFile = file.Release();
+    m_file = std::move(file);
     return 1;
 }
 
 void chFileStdio::Close()
 {
     // A file only read: nothing to learn from its close.
-    if (m_pFile != nullptr)
-        (void)fclose(m_pFile);
-    m_pFile = nullptr;
+    m_file.Reset();
 }
 
 int chFileStdio::ReadLine(const char*& pLine, int& nLen, int nDelimiter)
 {
     pLine = nullptr;
     nLen = 0;
-    if (m_pFile == nullptr)
+    if (!m_file)
         return 0;
-    ssize_t nGot = getdelim(&m_pLine, &m_nLineCap, nDelimiter, m_pFile);
+    ssize_t nGot = getdelim(&m_pLine, &m_nLineCap, nDelimiter, m_file.Get());
     if (nGot <= 0) {
         pLine = "";
         return 0;

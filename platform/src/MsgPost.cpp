@@ -119,7 +119,7 @@ struct ReplySocket {
         (void)unlink(addr.sun_path);
         if (bind(fdNew.Get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0)
             return;
-        fd = fdNew.Release();
+        fd = std::move(fdNew);
         strPath = addr.sun_path;
         strRoot = ETL_FileHelper::etlResolvePath("/");
         vecBuf.resize(wire::MAX_DATAGRAM + 1);
@@ -132,7 +132,7 @@ struct ReplySocket {
         if (nWanted == nTimeoutMs)
             return;
         timeval tv{nWanted / 1000, (nWanted % 1000) * 1000};
-        if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
+        if (setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
             nTimeoutMs = nWanted;
     }
 
@@ -143,15 +143,15 @@ struct ReplySocket {
     }
     ~ReplySocket()
     {
-        if (fd >= 0) {
-            (void)close(fd);
+        if (fd) {
+            (void)fd.Close();
             (void)unlink(strPath.c_str());
         }
     }
     ReplySocket(const ReplySocket&) = delete;
     ReplySocket& operator=(const ReplySocket&) = delete;
 
-    int fd = -1;
+    ETL_BaseHelper::chScopedFd fd;
     int nTimeoutMs = -1;
     std::string strPath;
     std::string strRoot;
@@ -162,7 +162,7 @@ ReplySocket& OwnReplySocket()
 {
     // Bound below the root in force; a change of root (tests do that) binds a new one.
     thread_local std::unique_ptr<ReplySocket> t_pSocket;
-    if (!t_pSocket || t_pSocket->fd < 0 || !t_pSocket->SameRoot())
+    if (!t_pSocket || !t_pSocket->fd || !t_pSocket->SameRoot())
         t_pSocket.reset(new ReplySocket());
     return *t_pSocket;
 }
@@ -221,9 +221,9 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
         return MSG_SEND_NO_THREAD;
 
     ReplySocket& own = OwnReplySocket();
-    if (own.fd < 0)
+    if (!own.fd)
         return MSG_SEND_NO_THREAD;
-    int fd = own.fd;
+    int fd = own.fd.Get();
     static std::atomic<unsigned> s_nCounter{0};
     unsigned nSerial = ++s_nCounter;
 
