@@ -142,7 +142,7 @@ struct chThreadLocal::Impl {
     chMsgCounters counters;
 
     int fd = -1;
-    int fdLock = -1;
+    ETL_BaseHelper::chScopedFd fdLock;
     int nTask = 0; // the task that registered the thread
     std::string strSocketPath;
     std::string strLockPath;
@@ -640,7 +640,7 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     int fd = fdSocket.Release();
     impl.fd = fd;
-    impl.fdLock = fdLock.Release();
+    impl.fdLock = std::move(fdLock);
     impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
     {
         std::lock_guard<std::mutex> lock(impl.mutex);
@@ -692,8 +692,7 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
     (void)close(impl.fd);
     impl.fd = -1;
     (void)unlink(impl.strLockPath.c_str());
-    (void)close(impl.fdLock);
-    impl.fdLock = -1;
+    impl.fdLock.Reset();
     impl.pSignals.reset();
     std::lock_guard<std::mutex> lock(impl.mutex);
     impl.queue.clear();
