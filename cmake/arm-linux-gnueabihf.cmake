@@ -9,7 +9,7 @@ set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf /usr/lib/arm-linux-gnueabihf)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-# Header-only dependencies (asio, SimpleIni) are architecture-independent and live in /usr/include.
+# Header-only dependencies (SimpleIni) are architecture-independent and live in /usr/include.
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 # The armhf packages (libc6:armhf and the libraries the build links) sit in the multiarch folders,
 # where qemu-arm finds them without a prefix; the cross toolchain's own copies under

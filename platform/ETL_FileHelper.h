@@ -1,78 +1,15 @@
-// File access of the platform: the system-root resolver and the thin file functions through which
-// the service touches the file system. Callers pass logical paths ("/config/x.cfg"); only this
-// layer knows where the system root lies.
+// Documents of the platform: the line reader, INI documents and XML documents, each read from a
+// file named by its logical path. Plain file access by path is in ETL_FileAccess.h.
 #pragma once
 
-#include <cstdio>
-#include <string>
-#include <dirent.h>
-#include <sys/stat.h>
-#include <sys/types.h>
-
-namespace ETL_FileHelper {
-
-// Maps a logical path to the real one. Absolute paths land under $ETL_ROOT (unset or empty: "/"),
-// with ".." applied first and never climbing above the root; relative paths stay as they are.
-std::string etlResolvePath(const char* szLogical);
-
-// The same calls as the C library, on logical paths. Results and errno as the C library gives them.
-FILE* etlFopen(const char* szPath, const char* szMode);
-int etlRemove(const char* szPath);
-int etlAccess(const char* szPath, int nMode);
-int etlStat(const char* szPath, struct stat* pStat);
-int etlLstat(const char* szPath, struct stat* pStat);
-DIR* etlOpendir(const char* szPath);
-int etlMkdir(const char* szPath, mode_t nMode);
-
-// Opens a regular file for reading without ever waiting: a FIFO, socket or device is refused
-// (errno EINVAL) instead of blocking the caller. Null on failure, errno set.
-FILE* etlFopenRegular(const char* szPath);
-
-// A file replaced whole: the text goes to a temporary file in the target's folder, which takes
-// the target's place only once it is complete and on disk, so a reader or a power cut sees the
-// old file or the new one, never a part. A symbolic link keeps pointing at the replaced file; an
-// existing target that is not a regular file is refused. The old file's mode is kept, a new file
-// gets 0666 less the umask, as fopen would give it. The temporary is the target's name with
-// ".tmp-" and six random characters; one left by a killed writer goes at the next replacement.
-class chFileReplacer {
-public:
-    chFileReplacer() = default;
-    // An uncommitted temporary is removed: the target stays as it was.
-    ~chFileReplacer();
-    chFileReplacer(const chFileReplacer&) = delete;
-    chFileReplacer& operator=(const chFileReplacer&) = delete;
-
-    // Creates the temporary for the logical path. Returns its stream (owned by this object;
-    // failed writes are reported by the stream and make Commit fail), or null with errno set.
-    FILE* Open(const char* szPath);
-    // Appends the rest of the file open on fdSource, copied by the kernel where it can be (no
-    // pass through our memory). 0, or -errno with the stream marked failed; *pnCalls, when
-    // given, counts the copy calls made.
-    int CopyFrom(int fdSource, int* pnCalls = nullptr);
-    // Flushes and syncs the temporary, renames it over the target and syncs the folder.
-    // 0, or -errno with the temporary removed and the target untouched.
-    int Commit();
-    // Drops the temporary.
-    void Abort();
-
-private:
-    static ssize_t CookieWrite(void* pCookie, const char* pData, size_t nSize);
-    FILE* m_pStream = nullptr;
-    int m_fd = -1;
-    std::string m_strTemp;
-    std::string m_strTarget;
-};
-
-// Replaces the file by the text in one step, as above. 0 or -errno.
-int etlReplaceFile(const char* szPath, const std::string& strText);
-
-} // namespace ETL_FileHelper
-
-#include "chReferenceStringT.h"
+#include "ETL_ScopedHandle.h"
+#include "ETL_StringHelper.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <pugixml.hpp>
+#include <string>
 #include <vector>
 
 namespace ETL_FileHelper {
@@ -89,11 +26,25 @@ public:
     int Open(const char* szPath, int nMode);
     void Close();
     // Reads the next line up to and including the delimiter, whole whatever its length.
-    // 0 at end of file. Bytes after a NUL inside the line do not reach the string.
-    int ReadString(ETL_StringHelper::chReferenceStringT<char>& strLine, int nDelimiter);
+    // 0 at end of file. Bytes after a NUL inside the line do not reach the string. A template so
+    // that the platform needs only the string's name: the caller that holds one has its header.
+    template <class T>
+    int ReadString(ETL_StringHelper::chReferenceStringT<T>& strLine, int nDelimiter)
+    {
+        const char* pLine = nullptr;
+        int nLen = 0;
+        int nResult = ReadLine(pLine, nLen, nDelimiter);
+        if (pLine != nullptr)
+            strLine.CopyTextFrom(pLine, nLen);
+        return nResult;
+    }
+    // The same into the reader's own buffer: 1 with the line in pLine (nLen bytes, terminated,
+    // valid until the next read); 0 at end of file with pLine "" and nLen 0, or with pLine null
+    // when no file is open.
+    int ReadLine(const char*& pLine, int& nLen, int nDelimiter);
 
 private:
-    FILE* m_pFile = nullptr;
+    ETL_BaseHelper::chScopedFile m_file;
     char* m_pLine = nullptr;
     size_t m_nLineCap = 0;
 };
@@ -190,8 +141,5 @@ public:
 private:
     pugi::xml_node m_node;
 };
-
-// Reads a whole regular file through the root, at most nMaxBytes. 0 or -errno.
-int etlReadWholeFile(const char* szPath, std::string& strOut, size_t nMaxBytes);
 
 } // namespace ETL_FileHelper

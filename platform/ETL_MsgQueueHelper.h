@@ -69,7 +69,6 @@ public:
     void ReplyMessage(int nResult);
     // As ReplyMessage, with extra bytes for the sender (the value of a registry read).
     void ReplyMessageEx(int nResult, const void* pData, int nSize);
-    bool IsReplied() const;
 
 private:
     void* m_pExtra;
@@ -133,6 +132,8 @@ public:
     virtual const char* MessageName(uint32_t nId) = 0;
 };
 
+class uCSystemShareHelper;
+
 // A named message thread: the object whose loop handles the messages posted to its name.
 class chThreadLocal : public chMsgProcesser {
 public:
@@ -154,15 +155,18 @@ public:
     // Makes Run return nStatus once the current handler is done; later messages stay queued.
     void ExitLoop(int nStatus);
 
-    const char* GetThreadName() const;
     // The provider that answers the inspection messages with the thread's own data; not owned.
     // Without one, items and journal are not handled and stats carry the platform's lines only.
     void SetInspectProvider(chInspectProvider* pProvider);
 
     struct Impl;
-    Impl* GetImpl() const { return m_pImpl.get(); }
 
 private:
+    // Registration and the platform's own internals work on the platform's side of the thread;
+    // nothing else reaches it.
+    friend class uCSystemShareHelper;
+    friend struct chThreadLocalAccess;
+    Impl* GetImpl() const { return m_pImpl.get(); }
     std::unique_ptr<Impl> m_pImpl;
 };
 

@@ -17,8 +17,10 @@ namespace ETL_RegistryHelper {
 
 // What the registry shares between its users.
 struct regSharedState {
-    // The task that receives the document-changed messages (0x9001); 0 while none.
+    // The task that receives the document-changed messages; 0 while none.
     int nOwnerTask;
+    // The id of those messages, chosen by the owner; nothing is posted while it is 0.
+    uint32_t nChangedMsgId;
 };
 
 // The process's registry: itself a mutex guarding its shared state.
@@ -27,7 +29,7 @@ public:
     regSharedState* GetSharedState() { return &m_shared; }
 
 private:
-    regSharedState m_shared{0};
+    regSharedState m_shared{0, 0};
 };
 
 uCRegistryHelper* uCRegistryHelpergetGlobalObject();
@@ -71,6 +73,6 @@ int regSaveRegistryDocumentEx(HREGISTRY hRegistry, ETL_RegistryHelper::regSaveFi
 // Platform extensions behind etlmsg reg-set / reg-get and the switches of the name library.
 // The current value of a key, from the document in memory when it is loaded, else from its file.
 bool regGetValue(const char* szFile, const char* szSection, const char* szKey, std::string& strValue);
-// Sets a key in memory (creating document, section and key) and reports the change: 0x9001 to the
-// owner task, and every watch of that section. Returns the document handle.
+// Sets a key in memory (creating document, section and key) and reports the change: the changed
+// message to the owner task, and every watch of that section. Returns the document handle.
 HREGISTRY regSetValue(const char* szFile, const char* szSection, const char* szKey, const char* szValue, bool bNow);

@@ -1,6 +1,8 @@
 // A socket descriptor that closes itself.
 #pragma once
 
+#include "ETL_ScopedHandle.h"
+
 namespace ETL_SocketHelper {
 
 class chSocket {
@@ -13,10 +15,10 @@ public:
     // Opens a socket (close-on-exec); the descriptor, or -1 with errno set.
     int CreateSocket(int nDomain, int nType, int nProtocol);
     void Close();
-    operator int() const { return m_fd; }
+    operator int() const { return m_fd.Get(); }
 
 private:
-    int m_fd = -1;
+    ETL_BaseHelper::chScopedFd m_fd;
 };
 
 } // namespace ETL_SocketHelper

@@ -7,10 +7,10 @@ set -euo pipefail
 
 packages_of() {
   case "$1" in
-    native)   echo cmake g++ make pkg-config libpugixml-dev libasio-dev libsimpleini-dev libgtest-dev \
+    native)   echo cmake g++ make pkg-config libpugixml-dev libsimpleini-dev libgtest-dev \
                    libgmock-dev libbenchmark-dev ;;
     arm)      echo crossbuild-essential-armhf qemu-user libpugixml-dev:armhf libgtest-dev:armhf \
-                   libgmock-dev:armhf libasio-dev libsimpleini-dev cmake ;;
+                   libgmock-dev:armhf libsimpleini-dev cmake ;;
     # dpkg-dev: dpkg-shlibdeps for the native dependencies; man-db: renders the manual pages.
     package)  echo dpkg-dev man-db ;;
     sanitize) echo clang libclang-rt-dev ;;

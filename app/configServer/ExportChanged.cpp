@@ -7,6 +7,7 @@
 
 #include "ConfigText.h"
 #include "ETL_BaseHelper.h"
+#include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
 #include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"

@@ -3,7 +3,7 @@
 #include "ConfigPaths.h"
 
 #include "ConfigText.h"
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_TraceHelper.h"
 #include "M7Journal.h"

@@ -4,7 +4,7 @@
 #include "ConfigPaths.h"
 #include "M7Journal.h"
 
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 #include "ETL_MiscHelper.h"
 #include "ETL_SocketHelper.h"
 #include "ETL_TraceHelper.h"
@@ -56,6 +56,7 @@ int CConfigServer::OnServiceStart()
     ETL_RegistryHelper::uCRegistryHelper* pRegistry = ETL_RegistryHelper::uCRegistryHelpergetGlobalObject();
     pRegistry->Lock(-1);
     pRegistry->GetSharedState()->nOwnerTask = ETL_MiscHelper::etlGetCurrentTaskId();
+    pRegistry->GetSharedState()->nChangedMsgId = CONFIG_MSG_REGISTRY_CHANGED;
     pRegistry->Unlock();
 
     // 2.-4. Section watches, ignore list, translator.

@@ -125,7 +125,7 @@ TEST(MsgThread, IdleLoopWakesForItsTimerAndForPostsOfOtherThreads)
     int nReply = 0;
     EXPECT_EQ(msgSendMsgToThread(hThread, MSG_PLATFORM_PING, 0, 0, 0, nullptr, 10000, &nReply, nullptr), MSG_SEND_OK);
     EXPECT_EQ(nReply, 1);
-    EXPECT_EQ(SnapshotCounters(thread.GetImpl()).nMalformed, 0u) << "wake-ups counted as malformed datagrams";
+    EXPECT_EQ(SnapshotCounters(chThreadLocalAccess::Of(thread)).nMalformed, 0u) << "wake-ups counted as malformed datagrams";
     thread.ExitLoop(5);
     loop.join();
     EXPECT_EQ(nStatus, 5) << "ExitLoop from another thread did not end the waiting loop";

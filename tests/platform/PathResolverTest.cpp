@@ -1,5 +1,5 @@
 // The system root: logical paths resolve below ETL_ROOT and never climb out of it.
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

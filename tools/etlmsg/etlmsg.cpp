@@ -2,8 +2,9 @@
 #include "CfgVersion.h"
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_MiscHelper.h"
+#include "ETL_ScopedHandle.h"
+#include "ETL_StringHelper.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -61,22 +62,16 @@ bool ParseNumber(const char* sz, long long nMin, long long nMax, long long& nOut
 {
     if (sz == nullptr || *sz == '\0')
         return false;
-    errno = 0;
-    char* pEnd = nullptr;
-    long long n;
+    long long n = 0;
     if (sz[0] == '0' && (sz[1] == 'x' || sz[1] == 'X')) {
-        if (sz[2] == '\0')
+        if (!ETL_StringHelper::etlParseInteger(sz + 2, 16, 0, 0xffffffffLL, n))
             return false;
-        unsigned long long u = strtoull(sz + 2, &pEnd, 16);
-        if (u > 0xffffffffULL)
-            return false;
-        n = static_cast<long long>(u);
         if (nMin < 0 && n > 0x7fffffffLL)
             n -= 0x100000000LL;
-    } else {
-        n = strtoll(sz, &pEnd, 10);
+    } else if (!ETL_StringHelper::etlParseInteger(sz, 10, nMin, nMax, n)) {
+        return false;
     }
-    if (errno != 0 || pEnd == nullptr || *pEnd != '\0' || n < nMin || n > nMax)
+    if (n < nMin || n > nMax)
         return false;
     nOut = n;
     return true;
@@ -100,20 +95,18 @@ bool ParseHex(const char* sz, std::string& strOut)
 
 bool ReadWholeFile(const char* szPath, std::string& strOut)
 {
-    FILE* pFile = fopen(szPath, "rb");
-    if (pFile == nullptr)
+    ETL_BaseHelper::chScopedFile file(fopen(szPath, "rb"));
+    if (!file)
         return false;
     char buf[65536];
     size_t nGot;
     strOut.clear();
-    while ((nGot = fread(buf, 1, sizeof(buf), pFile)) > 0) {
+    while ((nGot = fread(buf, 1, sizeof(buf), file.Get())) > 0) {
         strOut.append(buf, nGot);
         if (strOut.size() > static_cast<size_t>(MSG_MAX_EXTRA) + 1)
             break;
     }
-    bool bOk = !ferror(pFile);
-    fclose(pFile);
-    return bOk;
+    return !ferror(file.Get());
 }
 
 // Options shared by the commands; positional words are kept in order.
@@ -267,7 +260,7 @@ public:
         if (msg.message == MSG_PLATFORM_PING || msg.message == MSG_PLATFORM_QUIT)
             return chThreadLocal::TryThreadMessage(msg);
         printf("%s\n", FormatMessageLine(msg).c_str());
-        fflush(stdout);
+        (void)fflush(stdout);
         if (m_nLeft > 0 && --m_nLeft == 0)
             ExitLoop(EXIT_DONE);
         return 1;
@@ -378,8 +371,8 @@ int CmdRegistry(bool bSet, const Args& args)
     }
     if (!bSet)
     {
-        fwrite(strValue.data(), 1, strValue.size(), stdout);
-        fputc('\n', stdout);
+        (void)fwrite(strValue.data(), 1, strValue.size(), stdout);
+        (void)fputc('\n', stdout);
     }
     return EXIT_DONE;
 }
@@ -417,7 +410,7 @@ int SendInspect(const Args& args, uint32_t nId, int32_t nWparam, const char* szE
 
 int PrintText(const std::string& strText)
 {
-    fwrite(strText.data(), 1, strText.size(), stdout);
+    (void)fwrite(strText.data(), 1, strText.size(), stdout);
     return EXIT_DONE;
 }
 

@@ -1,6 +1,7 @@
 // Reading and writing configuration text lines, and sniffing files that are not text.
 #include "ConfigText.h"
 
+#include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
 #include "ETL_ScopedHandle.h"
 #include "ETL_StringHelper.h"

@@ -3,7 +3,7 @@
 #include "fwTrace.h"
 
 #include "ETL_BaseHelper.h"
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 #include "ETL_ScopedHandle.h"
 
 #include <cstdarg>

@@ -1,6 +1,7 @@
 // Block allocator, formatting and character classes behind the text string.
 #include "ETL_StringHelper.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -41,6 +42,19 @@ bool chIsLeadbyte(const char* p)
 bool chIsWhiteSpace(int c)
 {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+
+bool etlParseInteger(const char* sz, int nBase, long long nMin, long long nMax, long long& nOut)
+{
+    if (sz == nullptr || *sz == '\0')
+        return false;
+    errno = 0;
+    char* pEnd = nullptr;
+    long long n = std::strtoll(sz, &pEnd, nBase);
+    if (errno != 0 || pEnd == sz || *pEnd != '\0' || n < nMin || n > nMax)
+        return false;
+    nOut = n;
+    return true;
 }
 
 } // namespace ETL_StringHelper

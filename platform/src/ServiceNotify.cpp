@@ -1,6 +1,7 @@
 // Readiness for a service manager: one plain datagram ("READY=1", "STOPPING=1") to the socket
 // named by NOTIFY_SOCKET, when that is set. No library: the protocol is this one sendto.
 #include "MsgPlatform.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 
 #include <cerrno>
@@ -31,18 +32,17 @@ int NotifyServiceManager(const char* szState)
         addr.sun_path[0] = '\0';
     socklen_t nAddrLen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + nLen + (szSocket[0] == '/' ? 1 : 0));
 
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    ETL_BaseHelper::chScopedFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
         int nErr = errno;
         ETL_TraceHelper::etlTrace(2, "notify: cannot open a socket: %s", strerror(nErr));
         return -nErr;
     }
     int nResult = 0;
-    if (sendto(fd, szState, strlen(szState), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&addr), nAddrLen) < 0) {
+    if (sendto(fd.Get(), szState, strlen(szState), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&addr), nAddrLen) < 0) {
         nResult = -errno;
         ETL_TraceHelper::etlTrace(2, "notify: cannot tell \"%s\" to \"%s\": %s", szState, szSocket, strerror(-nResult));
     }
-    (void)close(fd);
     return nResult;
 }
 

@@ -60,6 +60,11 @@ struct chMsgCounters {
 
 // A copy of the thread's counters, taken under its queue's mutex.
 chMsgCounters SnapshotCounters(chThreadLocal::Impl* pThread);
+
+// The platform side of a thread object, for the platform's internals and their tests.
+struct chThreadLocalAccess {
+    static chThreadLocal::Impl* Of(const chThreadLocal& thread) { return thread.GetImpl(); }
+};
 chInspectProvider* InspectProviderOf(chThreadLocal::Impl* pThread);
 
 // The three inspection messages; nonzero when handled (always replied to).

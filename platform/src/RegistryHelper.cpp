@@ -2,6 +2,7 @@
 // saving, section watches, and the platform messages behind etlmsg reg-set and reg-get.
 #include "ETL_RegistryHelper.h"
 
+#include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
 #include "ETL_TraceHelper.h"
 #include "MsgPlatform.h"
@@ -147,6 +148,7 @@ int SaveDocumentFile(const std::string& strFile, const std::string& strText)
 // What a change reports once it is made: taken when the value is set, delivered afterwards.
 struct ChangeReport {
     int nOwnerTask = 0;
+    uint32_t nChangedMsgId = 0;
     uint32_t nDocument = 0;
     uint32_t nSection = 0;
     std::vector<chRegistryMonitor::msgEntryPair> vecWatches;
@@ -360,16 +362,17 @@ bool ApplySet(const char* szFile, const char* szSection, const char* szKey, cons
     uCRegistryHelper* pRegistry = uCRegistryHelpergetGlobalObject();
     pRegistry->Lock(-1);
     report.nOwnerTask = pRegistry->GetSharedState()->nOwnerTask;
+    report.nChangedMsgId = pRegistry->GetSharedState()->nChangedMsgId;
     pRegistry->Unlock();
     return true;
 }
 
 void DeliverReport(const ChangeReport& report, bool bNow)
 {
-    if (report.nOwnerTask != 0) {
+    if (report.nOwnerTask != 0 && report.nChangedMsgId != 0) {
         if (ETL_MsgQueueHelper::chThreadLocal::Impl* pThread = ETL_MsgQueueHelper::FindLocalThreadByTask(report.nOwnerTask)) {
             ETL_MsgQueueHelper::wire::Header header;
-            header.nId = 0x9001;
+            header.nId = report.nChangedMsgId;
             header.nWparam = static_cast<int32_t>(report.nDocument);
             header.nLparam = bNow ? 2 : 0;
             ETL_MsgQueueHelper::PostToLocalThread(pThread, header, nullptr);

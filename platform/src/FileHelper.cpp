@@ -1,4 +1,6 @@
 // Line reading, INI documents (a direct one-pass parser) and XML documents (pugixml) of the platform.
+#include "ETL_FileAccess.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_FileHelper.h"
 
 #include "ETL_TraceHelper.h"
@@ -30,41 +32,38 @@ int chFileStdio::Open(const char* szPath, int nMode)
     if (szPath == nullptr)
         return 0;
     // A FIFO or a device is refused without waiting on it, a directory too.
-    FILE* pFile = nMode == 0 ? etlFopenRegular(szPath) : etlFopen(szPath, "r+b");
-    if (pFile == nullptr)
+    ETL_BaseHelper::chScopedFile file(nMode == 0 ? etlFopenRegular(szPath) : etlFopen(szPath, "r+b"));
+    if (!file)
         return 0;
     struct stat st;
-    if (fstat(fileno(pFile), &st) != 0 || !S_ISREG(st.st_mode)) {
-        fclose(pFile);
+    if (fstat(fileno(file.Get()), &st) != 0 || !S_ISREG(st.st_mode)) {
         errno = EISDIR;
         return 0;
     }
-    m_pFile = pFile;
+    m_file = std::move(file);
     return 1;
 }
 
 void chFileStdio::Close()
 {
-    if (m_pFile != nullptr)
-        fclose(m_pFile);
-    m_pFile = nullptr;
+    // A file only read: nothing to learn from its close.
+    m_file.Reset();
 }
 
-int chFileStdio::ReadString(ETL_StringHelper::chReferenceStringT<char>& strLine, int nDelimiter)
+int chFileStdio::ReadLine(const char*& pLine, int& nLen, int nDelimiter)
 {
-    if (m_pFile == nullptr)
+    pLine = nullptr;
+    nLen = 0;
+    if (!m_file)
         return 0;
-    ssize_t nGot = getdelim(&m_pLine, &m_nLineCap, nDelimiter, m_pFile);
+    ssize_t nGot = getdelim(&m_pLine, &m_nLineCap, nDelimiter, m_file.Get());
     if (nGot <= 0) {
-        strLine = "";
+        pLine = "";
         return 0;
     }
-    if (m_pLine[0] == '\0') {
-        // A line that starts with NUL reads as empty, but it is a line all the same.
-        strLine = "";
-        return 1;
-    }
-    strLine.CopyTextFrom(m_pLine, static_cast<int>(nGot));
+    // A line that starts with NUL reads as empty text, but it is a line all the same.
+    pLine = m_pLine;
+    nLen = static_cast<int>(nGot);
     return 1;
 }
 
@@ -74,37 +73,27 @@ int etlReadWholeFile(const char* szPath, std::string& strOut, size_t nMaxBytes)
     std::string strReal = etlResolvePath(szPath);
     if (strReal.empty())
         return -EINVAL;
-    int fd = open(strReal.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0)
+    ETL_BaseHelper::chScopedFd fd(open(strReal.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd)
         return -errno;
     struct stat st;
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        close(fd);
+    if (fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode))
         return -EISDIR;
-    }
-    if (static_cast<size_t>(st.st_size) > nMaxBytes) {
-        close(fd);
+    if (static_cast<size_t>(st.st_size) > nMaxBytes)
         return -EFBIG;
-    }
     char buf[65536];
     for (;;) {
-        ssize_t n = read(fd, buf, sizeof(buf));
+        ssize_t n = read(fd.Get(), buf, sizeof(buf));
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0) {
-            int nErr = errno;
-            close(fd);
-            return -nErr;
-        }
+        if (n < 0)
+            return -errno;
         if (n == 0)
             break;
         strOut.append(buf, static_cast<size_t>(n));
-        if (strOut.size() > nMaxBytes) {
-            close(fd);
+        if (strOut.size() > nMaxBytes)
             return -EFBIG;
-        }
     }
-    close(fd);
     return 0;
 }
 

@@ -1,6 +1,7 @@
 // Replacing a file whole through a temporary beside it, and opening regular files for reading
 // without waiting on FIFOs or devices.
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
+#include "ETL_ScopedHandle.h"
 
 #include <cerrno>
 #include <climits>
@@ -38,17 +39,16 @@ bool WriteAll(int fd, const char* p, size_t n)
 mode_t NewFileMode()
 {
     mode_t nMask = 022;
-    FILE* pStatus = std::fopen("/proc/self/status", "re");
-    if (pStatus != nullptr) {
+    ETL_BaseHelper::chScopedFile status(std::fopen("/proc/self/status", "re"));
+    if (status) {
         char szLine[128];
-        while (std::fgets(szLine, sizeof(szLine), pStatus) != nullptr) {
+        while (std::fgets(szLine, sizeof(szLine), status.Get()) != nullptr) {
             unsigned int nRead = 0;
             if (std::sscanf(szLine, "Umask: %o", &nRead) == 1) {
                 nMask = static_cast<mode_t>(nRead);
                 break;
             }
         }
-        (void)std::fclose(pStatus);
     }
     return 0666 & ~nMask;
 }
@@ -71,15 +71,14 @@ void RemoveStaleTemps(const std::string& strTarget)
 {
     std::string strFolder = FolderOf(strTarget);
     std::string strPrefix = strTarget.substr(strTarget.rfind('/') + 1) + kTempMark;
-    DIR* pDir = opendir(strFolder.c_str());
-    if (pDir == nullptr)
+    ETL_BaseHelper::chScopedDir dir(opendir(strFolder.c_str()));
+    if (!dir)
         return;
-    while (const dirent* pEntry = readdir(pDir)) {
+    while (const dirent* pEntry = readdir(dir.Get())) {
         if (std::strlen(pEntry->d_name) == strPrefix.size() + kTempRandom &&
             std::strncmp(pEntry->d_name, strPrefix.c_str(), strPrefix.size()) == 0)
-            (void)unlinkat(dirfd(pDir), pEntry->d_name, 0);
+            (void)unlinkat(dirfd(dir.Get()), pEntry->d_name, 0);
     }
-    (void)closedir(pDir);
 }
 
 } // namespace
@@ -91,18 +90,17 @@ FILE* etlFopenRegular(const char* szPath)
         return nullptr;
     }
     // Non-blocking, so that a FIFO without a writer opens at once and can be turned away.
-    int fd = open(etlResolvePath(szPath).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0)
+    ETL_BaseHelper::chScopedFd fd(open(etlResolvePath(szPath).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd)
         return nullptr;
     struct stat st;
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        (void)close(fd);
+    if (fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode)) {
         errno = EINVAL;
         return nullptr;
     }
-    FILE* pFile = fdopen(fd, "rb");
-    if (pFile == nullptr)
-        (void)close(fd);
+    FILE* pFile = fdopen(fd.Get(), "rb");
+    if (pFile != nullptr)
+        (void)fd.Release(); // the stream owns it now
     return pFile;
 }
 
@@ -226,11 +224,9 @@ int chFileReplacer::Commit()
     }
     m_strTemp.clear();
     // The rename itself lasts only once the folder is on disk.
-    int fdDir = open(FolderOf(m_strTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fdDir >= 0) {
-        (void)fsync(fdDir);
-        (void)close(fdDir);
-    }
+    ETL_BaseHelper::chScopedFd fdDir(open(FolderOf(m_strTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fdDir)
+        (void)fsync(fdDir.Get());
     return 0;
 }
 

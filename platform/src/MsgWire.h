@@ -38,5 +38,9 @@ std::string ThreadSocketPath(const char* szName);
 // Creates the folder (mode 0700) and its parents; 0 or -errno.
 int EnsureQueueDir();
 
+// An unbound datagram socket of the message threads (close-on-exec), with buffers for four of the
+// largest datagrams and, when nSendTimeoutMs > 0, sends that give up after that long. -1 on failure.
+int OpenMessageSocket(int nSendTimeoutMs);
+
 } // namespace wire
 } // namespace ETL_MsgQueueHelper

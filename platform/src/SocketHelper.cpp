@@ -2,7 +2,6 @@
 #include "ETL_SocketHelper.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace ETL_SocketHelper {
 
@@ -14,15 +13,13 @@ chSocket::~chSocket()
 int chSocket::CreateSocket(int nDomain, int nType, int nProtocol)
 {
     Close();
-    m_fd = ::socket(nDomain, nType | SOCK_CLOEXEC, nProtocol);
-    return m_fd;
+    m_fd.Reset(::socket(nDomain, nType | SOCK_CLOEXEC, nProtocol));
+    return m_fd.Get();
 }
 
 void chSocket::Close()
 {
-    if (m_fd >= 0)
-        (void)::close(m_fd);
-    m_fd = -1;
+    m_fd.Reset();
 }
 
 } // namespace ETL_SocketHelper

@@ -3,9 +3,9 @@
 
 #include "ETL_FileHelper.h"
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_StringHelper.h"
 #include "ETL_TraceHelper.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -30,19 +30,14 @@ std::map<std::string, TextMethod>& Methods()
 
 bool g_bLoaded = false;
 
+// A missing number is 0; otherwise decimal or 0x-hex within the range.
 bool ParseNumber(const char* sz, long long nMin, long long nMax, long long& nOut)
 {
     if (sz == nullptr || *sz == '\0') {
         nOut = 0;
         return true;
     }
-    errno = 0;
-    char* pEnd = nullptr;
-    long long n = std::strtoll(sz, &pEnd, 0);
-    if (errno != 0 || *pEnd != '\0' || n < nMin || n > nMax)
-        return false;
-    nOut = n;
-    return true;
+    return ETL_StringHelper::etlParseInteger(sz, 0, nMin, nMax, nOut);
 }
 
 } // namespace
@@ -80,17 +75,17 @@ int load_trans(const char* szPath)
     return 0;
 }
 
-ETL_StringHelper::chStringA call_text_method(const char* szText)
+const char* call_text_method_text(const char* szText)
 {
     const char* szName = szText != nullptr ? szText : "";
     if (!g_bLoaded) {
         ETL_TraceHelper::etlTrace(2, "translator: no description loaded; [%s] not run", szName);
-        return ETL_StringHelper::chStringA();
+        return "";
     }
     auto it = Methods().find(szName);
     if (it == Methods().end()) {
         ETL_TraceHelper::etlTrace(2, "translator: unknown method [%s]", szName);
-        return ETL_StringHelper::chStringA();
+        return "";
     }
     const TextMethod& method = it->second;
     ETL_MsgQueueHelper::msgThread hThread = ETL_MsgQueueHelper::msgGetThreadByName(method.strThread.c_str());
@@ -103,7 +98,7 @@ ETL_StringHelper::chStringA call_text_method(const char* szText)
         nResult = ETL_MsgQueueHelper::msgPostMsgToThread(hThread, method.nId, method.nWparam, method.nLparam);
     if (nResult != 0)
         ETL_TraceHelper::etlTrace(2, "translator: method [%s] could not post to [%s]", szName, method.strThread.c_str());
-    return ETL_StringHelper::chStringA("ok");
+    return "ok";
 }
 
 void release_trans()

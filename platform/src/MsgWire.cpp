@@ -1,11 +1,13 @@
 // Encoding and checking of message datagrams, and where thread sockets live.
 #include "MsgWire.h"
 
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 
 #include <cerrno>
 #include <cstring>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 namespace ETL_MsgQueueHelper {
@@ -121,6 +123,22 @@ int EnsureQueueDir()
     if (nErr != 0)
         return nErr;
     return MkdirOne(QueueDir(), 0700);
+}
+
+int OpenMessageSocket(int nSendTimeoutMs)
+{
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    if (nSendTimeoutMs > 0) {
+        timeval tv{nSendTimeoutMs / 1000, (nSendTimeoutMs % 1000) * 1000};
+        (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+    }
+    // Room beyond the default for the largest datagrams; a smaller buffer only slows bursts.
+    int nBuf = 4 * static_cast<int>(MAX_DATAGRAM);
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
+    return fd;
 }
 
 } // namespace wire

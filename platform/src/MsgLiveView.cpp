@@ -2,6 +2,7 @@
 // with text lines in the reply. The platform's own lines are written here; the rest comes from
 // the thread's provider.
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "MsgPlatform.h"
 
 #include <cinttypes>
@@ -51,16 +52,15 @@ const char* PlatformMessageName(uint32_t nId)
 // RssAnon of /proc/self/status in KiB; 0 when the kernel does not report it.
 uint64_t RssAnonKib()
 {
-    FILE* pFile = fopen("/proc/self/status", "re");
-    if (pFile == nullptr)
+    ETL_BaseHelper::chScopedFile status(fopen("/proc/self/status", "re"));
+    if (!status)
         return 0;
     char szLine[256];
     unsigned long long nKib = 0;
-    while (fgets(szLine, sizeof(szLine), pFile) != nullptr) {
+    while (fgets(szLine, sizeof(szLine), status.Get()) != nullptr) {
         if (sscanf(szLine, "RssAnon: %llu kB", &nKib) == 1)
             break;
     }
-    (void)fclose(pFile);
     return nKib;
 }
 

@@ -1,5 +1,6 @@
 // The one place that turns logical paths into real ones, and the thin file functions built on it.
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
+#include "PathRoot.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -8,13 +9,18 @@
 
 namespace ETL_FileHelper {
 
+const char* etlRootSetting()
+{
+    const char* szRoot = std::getenv("ETL_ROOT");
+    return szRoot != nullptr ? szRoot : "";
+}
+
 namespace {
 
 // Root without its trailing slashes; empty for "/".
 std::string RootPrefix()
 {
-    const char* szRoot = std::getenv("ETL_ROOT");
-    std::string strRoot = (szRoot != nullptr) ? szRoot : "";
+    std::string strRoot = etlRootSetting();
     while (!strRoot.empty() && strRoot.back() == '/')
         strRoot.pop_back();
     return strRoot;
@@ -101,11 +107,6 @@ int etlLstat(const char* szPath, struct stat* pStat)
 DIR* etlOpendir(const char* szPath)
 {
     return szPath == nullptr ? nullptr : opendir(etlResolvePath(szPath).c_str());
-}
-
-int etlMkdir(const char* szPath, mode_t nMode)
-{
-    return szPath == nullptr ? -1 : mkdir(etlResolvePath(szPath).c_str(), nMode);
 }
 
 } // namespace ETL_FileHelper

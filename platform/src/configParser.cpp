@@ -4,10 +4,10 @@
 
 #include "ETL_FileHelper.h"
 #include "ETL_RegistryHelper.h"
+#include "ETL_StringHelper.h"
 #include "ETL_TraceHelper.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
@@ -290,14 +290,10 @@ uint32_t HashOfPlainText(std::string_view text)
 
 bool ParseLong(const char* sz, int nBase, long& nOut)
 {
-    if (sz == nullptr || *sz == '\0')
+    long long n = 0;
+    if (!ETL_StringHelper::etlParseInteger(sz, nBase, LONG_MIN, LONG_MAX, n))
         return false;
-    errno = 0;
-    char* pEnd = nullptr;
-    long n = std::strtol(sz, &pEnd, nBase);
-    if (errno != 0 || pEnd == sz || *pEnd != '\0')
-        return false;
-    nOut = n;
+    nOut = static_cast<long>(n);
     return true;
 }
 
@@ -308,10 +304,8 @@ bool ParseFlags(const char* sz, unsigned int& nOut)
         nOut = 0;
         return true;
     }
-    errno = 0;
-    char* pEnd = nullptr;
-    long long n = std::strtoll(sz, &pEnd, 0);
-    if (errno != 0 || pEnd == sz || *pEnd != '\0' || n < 0 || n > static_cast<long long>(UINT_MAX))
+    long long n = 0;
+    if (!ETL_StringHelper::etlParseInteger(sz, 0, 0, static_cast<long long>(UINT_MAX), n))
         return false;
     nOut = static_cast<unsigned int>(n);
     return true;

@@ -25,13 +25,13 @@ void WriteLine(const char* szFormat, va_list args)
         strLine.assign(szLine, static_cast<size_t>(nLen));
     } else {
         strLine.resize(static_cast<size_t>(nLen) + 1);
-        vsnprintf(&strLine[0], strLine.size(), szFormat, args);
+        (void)vsnprintf(&strLine[0], strLine.size(), szFormat, args); // length known from the first pass
         strLine.resize(static_cast<size_t>(nLen));
     }
     if (strLine.empty() || strLine.back() != '\n')
         strLine += '\n';
     // stderr may be non-blocking (the service's trace set-up makes it so): write what we can.
-    fflush(stderr);
+    (void)fflush(stderr);
     const char* p = strLine.data();
     size_t nLeft = strLine.size();
     while (nLeft > 0) {

@@ -1,13 +1,11 @@
 // Phrase splitting for the configuration readers.
 #include "ETL_StringHelper.h"
 
-#include "chReferenceStringT.h"
-
 #include <cstring>
 
 namespace ETL_StringHelper {
 
-int etlPeekPhraseByCharTokens(const char*& pPos, chReferenceStringT<char>& strPhrase, const char* szTokens)
+int etlFindPhraseByCharTokens(const char*& pPos, const char* szTokens, const char*& pPhrase, int& nLen)
 {
     if (pPos == nullptr || szTokens == nullptr || szTokens[0] == '\0')
         return -1;
@@ -20,7 +18,8 @@ int etlPeekPhraseByCharTokens(const char*& pPos, chReferenceStringT<char>& strPh
     const char* pEnd = pToken;
     while (pEnd > pStart && chIsWhiteSpace(static_cast<unsigned char>(pEnd[-1])))
         --pEnd;
-    strPhrase.CopyTextFrom(pStart, static_cast<int>(pEnd - pStart));
+    pPhrase = pStart;
+    nLen = static_cast<int>(pEnd - pStart);
     pPos = pToken + 1;
     return 0;
 }

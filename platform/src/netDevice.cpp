@@ -14,10 +14,11 @@ const char* netGetMACText(int nReserved1, int nReserved2)
     ETL_FileHelper::chFileStdio file;
     if (file.Open("/etc/device/mac", 0) == 0)
         return nullptr;
-    ETL_StringHelper::chStringA strLine;
-    if (file.ReadString(strLine, '\n') == 0)
+    const char* pLine = nullptr;
+    int nLen = 0;
+    if (file.ReadLine(pLine, nLen, '\n') == 0)
         return nullptr;
-    s_strMac = strLine.c_str();
+    s_strMac = pLine; // up to a NUL inside the line, as the text string would hold it
     size_t nEnd = s_strMac.find_first_of("\r\n");
     if (nEnd != std::string::npos)
         s_strMac.resize(nEnd);

@@ -2,6 +2,7 @@
 // loop that hands them to the thread object one at a time, and replies.
 #include "ETL_MsgQueueHelper.h"
 #include "ETL_MiscHelper.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 #include "MsgLoop.h"
 #include "MsgPlatform.h"
@@ -231,7 +232,7 @@ struct chThreadLocal::Impl {
     chMsgCounters counters;
 
     int fd = -1;
-    int fdLock = -1;
+    ETL_BaseHelper::chScopedFd fdLock;
     int nTask = 0; // the task that registered the thread
     std::string strSocketPath;
     std::string strLockPath;
@@ -608,11 +609,6 @@ void msgObject::ReplyMessageEx(int nResult, const void* pData, int nSize)
         SendReply(*m_pReply, nResult, pData, nSize);
 }
 
-bool msgObject::IsReplied() const
-{
-    return m_pReply != nullptr && m_pReply->bReplied;
-}
-
 // ---- chMsgProcesser ----
 
 int chMsgProcesser::TryThreadMessage(msgObject& msg)
@@ -714,11 +710,6 @@ void chThreadLocal::ExitLoop(int nStatus)
     impl.WakeLoopLocked();
 }
 
-const char* chThreadLocal::GetThreadName() const
-{
-    return m_pImpl->strName.c_str();
-}
-
 void chThreadLocal::SetInspectProvider(chInspectProvider* pProvider)
 {
     m_pImpl->pInspect = pProvider;
@@ -741,8 +732,8 @@ uCSystemShareHelper::uCSystemShareHelper()
 {
     // A write past a file-size limit must fail with EFBIG and be traced, not kill the process;
     // a vanished peer must not kill it either.
-    signal(SIGXFSZ, SIG_IGN);
-    signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGXFSZ, SIG_IGN);
+    (void)signal(SIGPIPE, SIG_IGN);
     // Fixed heap thresholds. The buffers of every rewrite (the 512 KiB copy buffer, the writer's
     // chunk) stay below them: served from the heap, their pages are reused instead of faulted in
     // anew each time. Anything larger (whole documents read at once) is mapped and goes back at
@@ -776,15 +767,15 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     // The lock file tells a live holder from a stale socket left by a dead process.
     std::string strLock = strPath + ".lock";
-    int fdLock = open(strLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fdLock < 0) {
+    ETL_BaseHelper::chScopedFd fdLock(open(strLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!fdLock) {
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot open the lock of [%s]: %s", impl.strName.c_str(),
                                   strerror(errno));
         return -1;
     }
-    if (flock(fdLock, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(fdLock.Get(), LOCK_EX | LOCK_NB) != 0) {
         char szPid[32] = {0};
-        ssize_t nGot = pread(fdLock, szPid, sizeof(szPid) - 1, 0);
+        ssize_t nGot = pread(fdLock.Get(), szPid, sizeof(szPid) - 1, 0);
         (void)nGot;
         ETL_TraceHelper::etlTrace(2, "msgqueue: thread [%s] is already registered by process %s; exiting",
                                   impl.strName.c_str(), szPid[0] != '\0' ? szPid : "?");
@@ -792,28 +783,22 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     }
     char szPid[32];
     int nPidLen = snprintf(szPid, sizeof(szPid), "%d", static_cast<int>(getpid()));
-    if (ftruncate(fdLock, 0) != 0 || pwrite(fdLock, szPid, static_cast<size_t>(nPidLen), 0) != nPidLen)
+    if (ftruncate(fdLock.Get(), 0) != 0 || pwrite(fdLock.Get(), szPid, static_cast<size_t>(nPidLen), 0) != nPidLen)
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot record the holder of [%s]", impl.strName.c_str());
 
     (void)unlink(strPath.c_str());
-    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    // Replies to senders go out of this socket too: it gets room for the largest one.
+    ETL_BaseHelper::chScopedFd fdSocket(wire::OpenMessageSocket(0));
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, strPath.c_str(), strPath.size() + 1);
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
+    if (!fdSocket || bind(fdSocket.Get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot bind [%s]: %s", impl.strName.c_str(), strerror(errno));
-        if (fd >= 0)
-            close(fd);
-        close(fdLock);
         return -1;
     }
-    // Replies to senders go out of this socket; give it room for the largest one.
-    int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
-
+    int fd = fdSocket.Release();
     impl.fd = fd;
-    impl.fdLock = fdLock;
+    impl.fdLock = std::move(fdLock);
     impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
     {
         std::lock_guard<std::mutex> lock(impl.mutex);
@@ -876,8 +861,7 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
     (void)close(impl.fd);
     impl.fd = -1;
     (void)unlink(impl.strLockPath.c_str());
-    (void)close(impl.fdLock);
-    impl.fdLock = -1;
+    impl.fdLock.Reset();
     std::lock_guard<std::mutex> lock(impl.mutex);
     impl.queue.clear();
     impl.nQueuedBytes = 0;

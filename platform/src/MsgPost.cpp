@@ -1,8 +1,11 @@
 // Finding message threads by name, posting to them, and sending with a wait for the answer.
 #include "ETL_MsgQueueHelper.h"
+#include "ETL_FileAccess.h"
+#include "ETL_ScopedHandle.h"
 #include "ETL_TraceHelper.h"
 #include "MsgPlatform.h"
 #include "MsgWire.h"
+#include "PathRoot.h"
 
 #include <atomic>
 #include <cerrno>
@@ -28,12 +31,6 @@ std::mutex& HandleMutex()
 {
     static std::mutex s_mutex;
     return s_mutex;
-}
-
-const char* RootInForce()
-{
-    const char* szRoot = getenv("ETL_ROOT");
-    return szRoot != nullptr ? szRoot : "";
 }
 
 bool MakeAddress(const std::string& strPath, sockaddr_un& addr)
@@ -86,16 +83,7 @@ bool TargetOf(msgThread hThread, const char* szRoot, sockaddr_un& addr, chThread
 // One unbound socket for every post of the process; the kernel waits at most a second for room.
 int PostSocket()
 {
-    static int s_fd = [] {
-        int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fd >= 0) {
-            timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
-            (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-            int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-            (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-        }
-        return fd;
-    }();
+    static int s_fd = wire::OpenMessageSocket(kPostTimeoutMs);
     return s_fd;
 }
 
@@ -135,7 +123,7 @@ int Post(msgThread hThread, const wire::Header& header, const void* pData)
 {
     sockaddr_un addr;
     chThreadLocal::Impl* pLocal = nullptr;
-    if (!TargetOf(hThread, RootInForce(), addr, &pLocal))
+    if (!TargetOf(hThread, ETL_FileHelper::etlRootSetting(), addr, &pLocal))
         return MSG_SEND_NO_THREAD;
     if (pLocal != nullptr) {
         PostToLocalThread(pLocal, header, pData);
@@ -150,7 +138,7 @@ int Post(msgThread hThread, const wire::Header& header, const void* pData)
 // The socket a sending thread gets its answers on: bound once to a unique name beside the
 // threads, removed when the thread ends.
 struct ReplySocket {
-    ReplySocket()
+    explicit ReplySocket(const char* szRoot)
     {
         static std::atomic<unsigned> s_nSockets{0};
         char szOwn[64];
@@ -158,22 +146,15 @@ struct ReplySocket {
         sockaddr_un addr;
         if (wire::EnsureQueueDir() != 0 || !MakeAddress(wire::QueueDir() + "/" + szOwn, addr))
             return;
-        int fdNew = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fdNew < 0)
+        ETL_BaseHelper::chScopedFd fdNew(wire::OpenMessageSocket(kPostTimeoutMs));
+        if (!fdNew)
             return;
         (void)unlink(addr.sun_path);
-        if (bind(fdNew, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
-            close(fdNew);
+        if (bind(fdNew.Get(), reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0)
             return;
-        }
-        timeval tv{kPostTimeoutMs / 1000, (kPostTimeoutMs % 1000) * 1000};
-        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
-        int nBuf = 4 * static_cast<int>(wire::MAX_DATAGRAM);
-        (void)setsockopt(fdNew, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
-        fd = fdNew;
+        fd = std::move(fdNew);
         strPath = addr.sun_path;
-        const char* szRoot = getenv("ETL_ROOT");
-        strRoot = szRoot != nullptr ? szRoot : "";
+        strRoot = szRoot;
         vecBuf.resize(wire::MAX_DATAGRAM + 1);
     }
 
@@ -184,22 +165,22 @@ struct ReplySocket {
         if (nWanted == nTimeoutMs)
             return;
         timeval tv{nWanted / 1000, (nWanted % 1000) * 1000};
-        if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
+        if (setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
             nTimeoutMs = nWanted;
     }
 
     bool SameRoot(const char* szRoot) const { return strRoot == szRoot; }
     ~ReplySocket()
     {
-        if (fd >= 0) {
-            close(fd);
+        if (fd) {
+            (void)fd.Close();
             (void)unlink(strPath.c_str());
         }
     }
     ReplySocket(const ReplySocket&) = delete;
     ReplySocket& operator=(const ReplySocket&) = delete;
 
-    int fd = -1;
+    ETL_BaseHelper::chScopedFd fd;
     int nTimeoutMs = -1;
     std::string strPath;
     std::string strRoot;
@@ -210,8 +191,8 @@ ReplySocket& OwnReplySocket(const char* szRoot)
 {
     // Bound below the root in force; a change of root (tests do that) binds a new one.
     thread_local std::unique_ptr<ReplySocket> t_pSocket;
-    if (!t_pSocket || t_pSocket->fd < 0 || !t_pSocket->SameRoot(szRoot))
-        t_pSocket.reset(new ReplySocket());
+    if (!t_pSocket || !t_pSocket->fd || !t_pSocket->SameRoot(szRoot))
+        t_pSocket.reset(new ReplySocket(szRoot));
     return *t_pSocket;
 }
 
@@ -266,14 +247,14 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     if (!CheckExtra(nSize, pData))
         return MSG_SEND_NO_THREAD;
     sockaddr_un addr;
-    const char* szRoot = RootInForce();
+    const char* szRoot = ETL_FileHelper::etlRootSetting();
     if (!TargetOf(hThread, szRoot, addr, nullptr))
         return MSG_SEND_NO_THREAD;
 
     ReplySocket& own = OwnReplySocket(szRoot);
-    if (own.fd < 0)
+    if (!own.fd)
         return MSG_SEND_NO_THREAD;
-    int fd = own.fd;
+    int fd = own.fd.Get();
     static std::atomic<unsigned> s_nCounter{0};
     unsigned nSerial = ++s_nCounter;
 

@@ -1,7 +1,7 @@
 // File existence, sleeping (ended early by a stop signal) and task ids.
 #include "ETL_MiscHelper.h"
 
-#include "ETL_FileHelper.h"
+#include "ETL_FileAccess.h"
 #include "MsgLoop.h"
 
 #include <cerrno>
