@@ -97,14 +97,12 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     std::string strSocket = root.Join("notify.sock");
     CNotifyReceiver receiver(strSocket);
     ASSERT_TRUE(receiver.Bound()) << strerror(errno);
-
-    std::vector<std::string> vecArgs{"/usr/bin/unshare", "-n"};
-    std::vector<std::string> vecPrefix = testutil::EmulatorPrefix();
-    vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
-    vecArgs.push_back(testutil::ConfigServerBin());
-    testutil::Child service;
-    ASSERT_TRUE(service.Start(vecArgs, root.Path(), root.Path(), root.Path(), {"NOTIFY_SOCKET=" + strSocket}));
-    ASSERT_TRUE(testutil::WaitForText(service.StderrPath(), "Invalid MAC Address", 30000)) << service.Stderr();
+    testutil::ServiceOptions options;
+    options.bNoInterface = true;
+    options.bWaitReady = false;
+    options.vecEnv = {"NOTIFY_SOCKET=" + strSocket};
+    testutil::Service service(root.Path(), options);
+    ASSERT_TRUE(testutil::WaitForText(service.Process().StderrPath(), "Invalid MAC Address", 30000)) << service.Stderr();
     EXPECT_EQ(Etlmsg(root.Path(), {"ping", "configServer", "--timeout", "300"}).nExit, 3);
     EXPECT_EQ(receiver.Receive(0), "") << "ready while the start-up still runs";
 
@@ -115,8 +113,9 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     ToolResult ping = Etlmsg(root.Path(), {"ping", "configServer", "--timeout", "2000"});
     EXPECT_EQ(ping.nExit, 0);
     EXPECT_EQ(ping.strOut, "1\n");
-    service.Signal(SIGTERM);
-    EXPECT_EQ(service.Wait(10000), 0);
+    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
+    service.Process().Signal(SIGTERM);
+    EXPECT_EQ(service.Process().Wait(10000), 0);
     EXPECT_EQ(receiver.Receive(5000), "STOPPING=1");
 }
 
@@ -127,12 +126,12 @@ TEST(Readiness, AbstractSocketGetsReadyThenStopping)
     std::string strName = "@cfgtest-notify-" + std::to_string(getpid());
     CNotifyReceiver receiver(strName);
     ASSERT_TRUE(receiver.Bound()) << strerror(errno);
-    testutil::Child service;
-    ASSERT_TRUE(service.Start({testutil::ConfigServerBin()}, root.Path(), root.Path(), root.Path(),
-                              {"NOTIFY_SOCKET=" + strName}));
+    testutil::ServiceOptions options;
+    options.bWaitReady = false;
+    options.vecEnv = {"NOTIFY_SOCKET=" + strName};
+    testutil::Service service(root.Path(), options);
     ASSERT_EQ(receiver.Receive(30000), "READY=1") << service.Stderr();
-    EXPECT_EQ(Etlmsg(root.Path(), {"quit", "configServer", "--status", "5"}).nExit, 0);
+    EXPECT_EQ(service.Quit(5), 5);
     EXPECT_EQ(receiver.Receive(10000), "STOPPING=1");
-    EXPECT_EQ(service.Wait(10000), 5);
     EXPECT_EQ(receiver.Receive(0), "") << "one datagram per state";
 }
