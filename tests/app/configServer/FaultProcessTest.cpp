@@ -19,7 +19,6 @@ protected:
     {
         ServiceRootTest::SetUp();
         Write("/config/ForceSync.cfg", "");
-        testutil::MakeParents(Real("/tmp/x"));
     }
     static long RssAnonKb(pid_t pid)
     {
@@ -84,13 +83,11 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
             ETL_MsgQueueHelper::msgThread hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
             int nFailed = 0;
             for (int i = 0; i < kPerSender; ++i) {
-                std::string strPayload = "/tmp/small.cfg" + std::string(1, '\0');
-                uint32_t nId = 0xd0003;
-                if (i % kReloadEvery != 0) {
-                    nId = ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET;
-                    strPayload = Doc(i % 100) + '\0' + "S" + '\0' + "k" + std::to_string(s) + '\0' + "s" +
-                                 std::to_string(s) + "v" + std::to_string(i) + '\0';
-                }
+                bool bReload = i % kReloadEvery == 0;
+                uint32_t nId = bReload ? 0xd0003u : static_cast<uint32_t>(ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET);
+                std::string strPayload = bReload ? "/tmp/small.cfg" + std::string(1, '\0')
+                                                 : RegSetPayload(Doc(i % 100), "S", "k" + std::to_string(s),
+                                                                 "s" + std::to_string(s) + "v" + std::to_string(i));
                 nFailed += ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, nId, 0, 0, static_cast<int>(strPayload.size()),
                                                                     strPayload.data()) != 0;
             }

@@ -19,7 +19,6 @@ protected:
         for (int i = 0; i < kBigItems; ++i)
             strFile += "big.item" + std::to_string(i) + " = " + std::string(30, 'v') + "\n";
         Write("/config/mac-local.cfg", strFile);
-        testutil::MakeParents(Real("/tmp/x"));
     }
     // The journal's lines without their times.
     std::vector<std::string> Journal(const std::vector<std::string>& vecOptions)

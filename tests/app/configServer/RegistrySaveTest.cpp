@@ -23,7 +23,7 @@ protected:
     static int RegSet(const std::string& strFile, const char* szSection, const char* szKey, const std::string& strValue,
                       bool bNow)
     {
-        std::string strPayload = strFile + '\0' + szSection + '\0' + szKey + '\0' + strValue + '\0';
+        std::string strPayload = RegSetPayload(strFile, szSection, szKey, strValue);
         int nReply = 0;
         int nResult = ETL_MsgQueueHelper::msgSendMsgToThread(
             ETL_MsgQueueHelper::msgGetThreadByName("configServer"), ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET,
@@ -110,7 +110,7 @@ TEST_F(RegistrySaveTest, PendingDocumentsAreNotSavedAtQuit)
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     // The change and the quit queued back to back: the quit is handled long before the save is due.
-    std::string strPayload = std::string("/config/pending.ini") + '\0' + "S" + '\0' + "k" + '\0' + "v" + '\0';
+    std::string strPayload = RegSetPayload("/config/pending.ini", "S", "k", "v");
     auto hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
     ASSERT_EQ(ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET, 0, 0,
                                                        static_cast<int>(strPayload.size()), strPayload.data()), 0);

@@ -14,7 +14,6 @@ protected:
         ServiceRootTest::SetUp();
         Write("/config/ForceSync.cfg", "");
         Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = user\n");
-        testutil::MakeParents(Real("/tmp/x"));
     }
     std::string Reload(int nLparam, const std::string& strPath)
     {
@@ -97,10 +96,14 @@ TEST_F(ReloadTest, Lparam3HandsBackWithOrWithoutProtection)
     EXPECT_FALSE(Exists("/tmp/full.cfg")) << "the delivered file is gone";
     EXPECT_EQ(Read("/tmp/mac-all-autop.cfg"), "#!version:1.0.0.1\n\ntest.plain=user\nother=x\n");
     EXPECT_NE(service.Stdout().find("conflict: test.plain = [provisioned]->[user]\n"), std::string::npos);
+    EXPECT_EQ(Reload(3, ""), "1\n") << "without a path: the user file itself, which is kept";
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strModelBefore);
+    EXPECT_NE(service.Stderr().find("kept [/config/mac-local.cfg]"), std::string::npos) << service.Stderr();
     SetSwitches(1, 2);
     Write("/tmp/full2.cfg", "a = b\n");
     EXPECT_EQ(Reload(3, "/tmp/full2.cfg"), "1\n");
     EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=14 data=\"/tmp/full.cfg\\0\"\n"
+                                 "id=0xb0209 wparam=0 lparam=0 size=23 data=\"/tmp/mac-all-autop.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=23 data=\"/tmp/mac-all-autop.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=15 data=\"/tmp/full2.cfg\\0\"\n")
         << "protection only when the switch is exactly 1";
@@ -178,13 +181,6 @@ TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
                                  "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n")
         << "sent whatever the switches say";
     EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
-
-    // Again with an empty table: both files hold the header only, both messages still go.
-    AutoServerListener second(m_root.Path());
-    EXPECT_EQ(Send("0xd0004"), "1\n");
-    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_NE(second.Finish().find("id=0xb020a wparam=1"), std::string::npos);
 }
 
 TEST_F(ReloadTest, ExportRequestsAndTheirDefaultPaths)

@@ -17,6 +17,8 @@ protected:
     void SetUp() override
     {
         setenv("ETL_ROOT", m_root.Path().c_str(), 1);
+        for (const char* szDir : {"/config/x", "/tmp/x"})
+            testutil::MakeParents(Real(szDir));
         WriteMap("");
         Write("/phone/resource/autopIgnroeM7.xml", "<data><item M7=\"test.ignored\" length=\"0\"/></data>\n");
     }
@@ -55,6 +57,12 @@ protected:
     {
         return testutil::Etlmsg(m_root.Path(), vecArgs);
     }
+    // The extra data of a reg-set message.
+    static std::string RegSetPayload(const std::string& strFile, const std::string& strSection,
+                                     const std::string& strKey, const std::string& strValue)
+    {
+        return strFile + '\0' + strSection + '\0' + strKey + '\0' + strValue + '\0';
+    }
     // Switch values in the file the map names.
     void SetSwitches(int nSync, int nProtect) const
     {
@@ -74,8 +82,6 @@ protected:
         ClearM7Model();
         ignoreM7List.Clear();
         m_server.m_strUserCfgPath = "/config/user-local.cfg";
-        testutil::MakeParents(Real("/config/x"));
-        testutil::MakeParents(Real("/tmp/x"));
     }
     void TearDown() override
     {

@@ -1,33 +1,13 @@
-// The real configServer under a temporary root, driven with etlmsg: banners, ending, bad input
-// and a second instance.
+// The real configServer under a temporary root, driven with etlmsg: banners, bad input, a second
+// instance and the quit status.
 #include "ProcessHarness.h"
 
-#include <csignal>
 #include <gtest/gtest.h>
 
 using testutil::Service;
 using testutil::TempDir;
 
-TEST(ServiceProcess, BannersQuitStatusAndSigterm)
-{
-    TempDir root;
-    {
-        Service service(root.Path());
-        ASSERT_TRUE(service.Started()) << service.Stderr();
-        EXPECT_EQ(service.Quit(7), 7);
-        std::string strErr = service.Stderr();
-        EXPECT_NE(strErr.find("configServer version = 1.0.0.1 build at "), std::string::npos) << strErr;
-        EXPECT_NE(strErr.find("]configServer version = 1.0.1.1 build at "), std::string::npos) << strErr;
-        EXPECT_NE(strErr.find("war["), std::string::npos);
-        EXPECT_FALSE(testutil::FileExists(root.Join("/tmp/msgq/configServer"))) << "unregistered at exit";
-    }
-    Service service(root.Path());
-    ASSERT_TRUE(service.Started());
-    service.Process().Signal(SIGTERM);
-    EXPECT_EQ(service.Process().Wait(10000), 0);
-}
-
-TEST(ServiceProcess, BadDatagramsUnknownIdsAndASecondInstance)
+TEST(ServiceProcess, BannersBadDatagramsUnknownIdsASecondInstanceAndQuit)
 {
     TempDir root;
     Service service(root.Path());
@@ -50,5 +30,10 @@ TEST(ServiceProcess, BadDatagramsUnknownIdsAndASecondInstance)
     EXPECT_NE(second.strErr.find("thread [configServer] is already registered by process"), std::string::npos)
         << second.strErr;
     EXPECT_TRUE(service.Ping()) << "the first is unharmed";
-    EXPECT_EQ(service.Quit(0), 0);
+    EXPECT_EQ(service.Quit(7), 7);
+    strErr = service.Stderr();
+    EXPECT_NE(strErr.find("configServer version = 1.0.0.1 build at "), std::string::npos) << strErr;
+    EXPECT_NE(strErr.find("]configServer version = 1.0.1.1 build at "), std::string::npos) << strErr;
+    EXPECT_NE(strErr.find("war["), std::string::npos);
+    EXPECT_FALSE(testutil::FileExists(root.Join("/tmp/msgq/configServer"))) << "unregistered at exit";
 }
