@@ -1,5 +1,5 @@
-// Command-line conventions of both programs (--help, --version, bad arguments) and the readiness
-// datagrams the service sends to the socket named by NOTIFY_SOCKET.
+// Command-line conventions of both programs (--help, --version, bad arguments), the readiness
+// datagrams the service sends to the socket named by NOTIFY_SOCKET, and what it does with bad input.
 #include "CfgVersion.h"
 #include "ProcessHarness.h"
 
@@ -119,8 +119,9 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     EXPECT_EQ(receiver.Receive(5000), "STOPPING=1");
 }
 
-// An abstract socket name; the loop's quit status stays the exit status after STOPPING=1.
-TEST(Readiness, AbstractSocketGetsReadyThenStopping)
+// An abstract socket name, bad datagrams, unknown ids and a second instance between READY=1 and
+// STOPPING=1; the loop's quit status stays the exit status.
+TEST(Readiness, AbstractSocketBadInputASecondInstanceAndQuit)
 {
     TempDir root;
     std::string strName = "@cfgtest-notify-" + std::to_string(getpid());
@@ -131,7 +132,23 @@ TEST(Readiness, AbstractSocketGetsReadyThenStopping)
     options.vecEnv = {"NOTIFY_SOCKET=" + strName};
     testutil::Service service(root.Path(), options);
     ASSERT_EQ(receiver.Receive(30000), "READY=1") << service.Stderr();
-    EXPECT_EQ(service.Quit(5), 5);
+    // Raw datagrams: too short, and a header whose extra size is not what follows it.
+    std::string strHeader = std::string("ETLM\x01\x00\x00\x00\x01\x00\x0d\x00", 12) + std::string(12, '\0') +
+                            std::string("\x10\x00\x00\x00", 4) + std::string(4, '\0') + "short";
+    for (const std::string& strBytes : {std::string("XXXX"), strHeader})
+        EXPECT_TRUE(testutil::SendRaw(root.Join("/tmp/msgq/configServer"), strBytes));
+    EXPECT_EQ(Etlmsg(root.Path(), {"send", "configServer", "0xd0002"}).strOut, "0\n") << "handled by no one";
+    ToolResult second = testutil::RunTool({testutil::ConfigServerBin()}, root.Path(), 10000);
+    EXPECT_EQ(second.nExit, 1);
+    EXPECT_NE(second.strErr.find("thread [configServer] is already registered by process"), std::string::npos);
+    EXPECT_TRUE(service.Ping()) << "the first is unharmed";
+    EXPECT_EQ(service.Quit(7), 7);
     EXPECT_EQ(receiver.Receive(10000), "STOPPING=1");
     EXPECT_EQ(receiver.Receive(0), "") << "one datagram per state";
+    std::string strErr = service.Stderr();
+    for (const char* szLine : {"dropped a malformed datagram of 4 bytes: short datagram", "extra size does not match",
+                               "configServer version = 1.0.0.1 build at ", "]configServer version = 1.0.1.1 build at ",
+                               "war["})
+        EXPECT_NE(strErr.find(szLine), std::string::npos) << szLine << " in\n" << strErr;
+    EXPECT_FALSE(testutil::FileExists(root.Join("/tmp/msgq/configServer"))) << "unregistered at exit";
 }
