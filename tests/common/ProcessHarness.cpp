@@ -66,8 +66,7 @@ void WriteFile(const std::string& strPath, const std::string& strContent)
 
 bool FileExists(const std::string& strPath)
 {
-    struct stat st;
-    return lstat(strPath.c_str(), &st) == 0;
+    return std::filesystem::exists(std::filesystem::symlink_status(strPath));
 }
 
 std::vector<std::string> EmulatorPrefix()

@@ -2,9 +2,11 @@
 // leaves the service stuck: tests with the real programs.
 #include "ServiceFixture.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fcntl.h>
 #include <random>
+#include <regex>
 #include <set>
 #include <sys/stat.h>
 
@@ -38,24 +40,20 @@ protected:
     // The version a complete file of that base holds; -1 for any other text (empty, cut, mixed).
     static long VersionOf(const std::string& strText, const std::string& strBase)
     {
-        const std::string strKey = "version = ";
-        size_t nStart = strBase.size() + strKey.size();
-        if (strText.size() <= nStart + 1 || strText.compare(0, strBase.size(), strBase) != 0 ||
-            strText.compare(strBase.size(), strKey.size(), strKey) != 0 || strText.back() != '\n')
-            return -1;
-        std::string strNumber = strText.substr(nStart, strText.size() - nStart - 1);
-        return strNumber.find_first_not_of("0123456789") == std::string::npos ? std::stol(strNumber) : -1;
+        static const std::regex reTail("version = ([0-9]+)\n");
+        std::smatch match;
+        bool bWhole = strText.compare(0, strBase.size(), strBase) == 0 &&
+                      std::regex_match(strText.begin() + std::min(strBase.size(), strText.size()), strText.end(), match, reTail);
+        return bWhole ? std::stol(match[1]) : -1;
     }
     // Temporaries left beside the user file (a killed writer cannot remove its own).
-    std::vector<std::string> Temps() const
+    size_t Temps() const
     {
-        std::vector<std::string> vecTemps;
-        for (const auto& entry : std::filesystem::directory_iterator(m_strMem + "/config")) {
+        std::filesystem::directory_iterator dir(m_strMem + "/config");
+        return static_cast<size_t>(std::count_if(begin(dir), end(dir), [](const auto& entry) {
             std::string strName = entry.path().filename();
-            if (strName.rfind("mac-local.cfg.", 0) == 0 && strName != "mac-local.cfg.bak")
-                vecTemps.push_back(entry.path());
-        }
-        return vecTemps;
+            return strName.rfind("mac-local.cfg.", 0) == 0 && strName != "mac-local.cfg.bak";
+        }));
     }
     // The service started on this root holds exactly the items of the text: its export equals it.
     static void ExpectServiceLoads(const std::string& strRoot, const std::string& strText)
@@ -108,7 +106,7 @@ TEST_F(DataSafetyTest, ReadersAndKilledRewritesSeeWholeFilesThatTheServiceLoads)
             setSeen.insert(nVersion);
         }
         // At most the killed writer's own temporaries: the next rewrite removes those of earlier kills.
-        EXPECT_LE(Temps().size(), 2u) << "after kill " << k;
+        EXPECT_LE(Temps(), 2u) << "after kill " << k;
         // Starting the service after each kill would take most of the run: every 50th and the last.
         if (k % 50 == 49 || k + 1 == kKills)
             ExpectServiceLoads(m_strMem, MemRead(kUser));

@@ -109,7 +109,7 @@ TEST_F(ReloadTest, Lparam3HandsBackWithOrWithoutProtection)
         << "protection only when the switch is exactly 1";
 }
 
-TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
+TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTracedAndExportsGoToTheirPaths)
 {
     AutoServerListener listener(m_root.Path());
     Service service(m_root.Path());
@@ -128,6 +128,18 @@ TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
     EXPECT_EQ(Read("/config/mac-local.cfg"), strUser);
     EXPECT_TRUE(service.Ping());
     EXPECT_EQ(listener.Finish(), "");
+
+    // Export requests: an unknown kind writes nothing; without a path the default ones.
+    EXPECT_EQ(Send("0xd0006", {"9", "2", "--text", "/tmp/never.cfg"}), "1\n");
+    EXPECT_FALSE(Exists("/tmp/never.cfg"));
+    EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
+    EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
+    EXPECT_EQ(Send("0xd0006", {"0", "0"}), "1\n");
+    EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1"}), "1\n");
+    EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1", "--text", "/missing/dir/x.cfg"}), "1\n");
+    EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }
 
 TEST_F(ReloadTest, UploadRequestRules)
@@ -181,20 +193,4 @@ TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
                                  "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n")
         << "sent whatever the switches say";
     EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
-}
-
-TEST_F(ReloadTest, ExportRequestsAndTheirDefaultPaths)
-{
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    EXPECT_EQ(Send("0xd0006", {"9", "2", "--text", "/tmp/never.cfg"}), "1\n");
-    EXPECT_FALSE(Exists("/tmp/never.cfg"));
-    EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
-    EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
-    EXPECT_EQ(Send("0xd0006", {"0", "0"}), "1\n");
-    EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
-    EXPECT_EQ(Send("0xd0006", {"0", "1"}), "1\n");
-    EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Send("0xd0006", {"0", "1", "--text", "/missing/dir/x.cfg"}), "1\n");
-    EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }

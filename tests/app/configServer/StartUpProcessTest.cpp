@@ -74,19 +74,6 @@ TEST_F(StartUpTest, WithoutAddressTheDeviceLibraryDecides)
     EXPECT_EQ(service.Stderr().find("User Config Path"), std::string::npos) << service.Stderr();
 }
 
-TEST_F(StartUpTest, ForceSyncAndMissingUserFile)
-{
-    Write("/config/ForceSync.cfg", "");
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started()) << service.Stderr();
-    EXPECT_NE(service.Stderr().find("User Config Path = mac-local.cfg\n"), std::string::npos);
-    EXPECT_NE(service.Stderr().find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
-    // The service runs with an empty user configuration and writes it where the name says.
-    EXPECT_EQ(ExportedTable(), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-}
-
 TEST_F(StartUpTest, LegacyFileIsLoadedAloneOrMergedWinning)
 {
     REQUIRE_NAMESPACES();
@@ -119,9 +106,9 @@ TEST_F(StartUpTest, LegacyFileIsLoadedAloneOrMergedWinning)
     EXPECT_EQ(Read("/config/0a1b2c3d4e5f-local.cfg"), strMacFile) << "left as it was until the next write";
 }
 
-TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
+TEST_F(StartUpTest, ForceSyncWithoutUserFileAndWatchedSectionsFirstActions)
 {
-    Write("/config/ForceSync.cfg", "");
+    Write("/config/ForceSync.cfg", ""); // and no user file
     Write("/phone/resource/sectionMonitor.xml",
           "<regMonitor>\n"
           " <section file=\"/config/watch.ini\" section=\"Net\" action=\"First\"/>\n"
@@ -151,6 +138,12 @@ TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
     EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  Begin\n"), 2u);
     EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  End\n"), 2u);
     EXPECT_NE(strErr.find("sectionMonitor::StartMonitor End\n"), std::string::npos);
+    EXPECT_NE(strErr.find("User Config Path = mac-local.cfg\n"), std::string::npos);
+    EXPECT_NE(strErr.find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
+    // The service runs with an empty user configuration and writes it where the name says.
+    EXPECT_EQ(ExportedTable(), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
 }
 
 TEST_F(StartUpTest, BrokenResourceFilesDoNotStopStartUp)
