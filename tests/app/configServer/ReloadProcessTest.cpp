@@ -142,12 +142,20 @@ TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTracedAndExportsGoToTheirPaths)
     EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }
 
-TEST_F(ReloadTest, UploadRequestRules)
+TEST_F(ReloadTest, ClearWritesResetListEmptiesAndRepliesThenUploadRequestRules)
 {
+    Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n");
     AutoServerListener listener(m_root.Path());
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     SetSwitches(0, 0);
+    EXPECT_EQ(Send("0xd0004"), "1\n") << "sent whatever the switches say";
+    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\ntest.plain = %NULL%\ntest.other = %NULL%\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n")
+        << "the content from before the clear";
+    EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
+
     EXPECT_EQ(Send("0xd0001"), "0\n") << "switch off: not handled";
     SetSwitches(1, 0);
     EXPECT_EQ(Send("0xd0001"), "1\n") << "due since start";
@@ -160,7 +168,9 @@ TEST_F(ReloadTest, UploadRequestRules)
     ASSERT_EQ(std::remove(Real("/config/mac-local.cfg").c_str()), 0);
     EXPECT_EQ(Send("0xd0001"), "1\n");
     EXPECT_NE(service.Stderr().find("Not backup config file! [/config/mac-local.cfg]"), std::string::npos);
-    EXPECT_EQ(listener.Finish(), std::string(kUploadRequest) + kUploadRequest);
+    EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-reset.cfg\\0\"\n"
+                                 "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n" +
+                                     std::string(kUploadRequest) + kUploadRequest);
 }
 
 TEST_F(ReloadTest, UploadTimerChecksPeriodically)
@@ -175,22 +185,4 @@ TEST_F(ReloadTest, UploadTimerChecksPeriodically)
     Write("/tmp/d.cfg", "test.plain = again\n");
     EXPECT_EQ(Reload(1, "/tmp/d.cfg"), "1\n");
     EXPECT_TRUE(listener.WaitFor(std::string(kUploadRequest) + kUploadRequest, 5000));
-}
-
-TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
-{
-    Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n");
-    AutoServerListener listener(m_root.Path());
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    SetSwitches(0, 0);
-    EXPECT_EQ(Send("0xd0004"), "1\n");
-    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\ntest.plain = %NULL%\ntest.other = %NULL%\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n")
-        << "the content from before the clear";
-    EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-reset.cfg\\0\"\n"
-                                 "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n")
-        << "sent whatever the switches say";
-    EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
 }
