@@ -56,13 +56,11 @@ protected:
         }));
     }
     // The service started on this root holds exactly the items of the text: its export equals it.
-    static void ExpectServiceLoads(const std::string& strRoot, const std::string& strText)
+    void ExpectServiceLoads(const std::string& strRoot, const std::string& strText) const
     {
         Service service(strRoot);
         ASSERT_TRUE(service.Started()) << service.Stderr();
-        std::vector<std::string> vecExport{"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/export.cfg"};
-        EXPECT_EQ(testutil::Etlmsg(strRoot, vecExport).strOut, "1\n");
-        std::string strExport = testutil::ReadFile(strRoot + "/tmp/export.cfg");
+        std::string strExport = ExportedTable(strRoot);
         EXPECT_TRUE(strExport == strText) << "export of " << strExport.size() << " bytes";
         EXPECT_EQ(service.Quit(0), 0);
     }

@@ -3,6 +3,7 @@
 #include "ServiceFixture.h"
 
 #include <algorithm>
+#include <sstream>
 
 using testutil::Service;
 
@@ -28,10 +29,9 @@ protected:
         testutil::ToolResult result = Msg(vecArgs);
         EXPECT_EQ(result.nExit, 0) << result.strErr;
         std::vector<std::string> vecLines;
-        for (size_t nAt = 0, nEnd; (nEnd = result.strOut.find('\n', nAt)) != std::string::npos; nAt = nEnd + 1) {
-            std::string strLine = result.strOut.substr(nAt, nEnd - nAt);
+        std::istringstream lines(result.strOut);
+        for (std::string strLine; std::getline(lines, strLine);)
             vecLines.push_back(strLine.substr(strLine.find(' ') + 1));
-        }
         return vecLines;
     }
     static constexpr int kBigItems = 2500;

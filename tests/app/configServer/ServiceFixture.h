@@ -63,6 +63,14 @@ protected:
     {
         return strFile + '\0' + strSection + '\0' + strKey + '\0' + strValue + '\0';
     }
+    // The item lines the service running on strRoot (default: this root) holds, through its export.
+    std::string ExportedTable(std::string strRoot = "") const
+    {
+        strRoot = strRoot.empty() ? m_root.Path() : strRoot;
+        std::vector<std::string> vecExport{"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"};
+        EXPECT_EQ(testutil::Etlmsg(strRoot, vecExport).strOut, "1\n");
+        return testutil::ReadFile(strRoot + "/tmp/table.cfg");
+    }
     // Switch values in the file the map names.
     void SetSwitches(int nSync, int nProtect) const
     {

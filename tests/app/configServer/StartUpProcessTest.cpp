@@ -12,12 +12,6 @@ namespace {
 
 class StartUpTest : public ServiceRootTest {
 protected:
-    // The item lines the running service holds, through the whole-table export.
-    std::string ExportedTable()
-    {
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"}).nExit, 0);
-        return Read("/tmp/table.cfg");
-    }
     // In a network namespace of its own: esw0 with this address, or no interface for "".
     static ServiceOptions Options(const std::string& strMac)
     {
