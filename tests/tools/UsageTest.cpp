@@ -110,9 +110,7 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     testutil::WriteFile(root.Join("/etc/device/mac.new"), "0a1b2c3d4e5f\n");
     ASSERT_EQ(rename(root.Join("/etc/device/mac.new").c_str(), root.Join("/etc/device/mac").c_str()), 0);
     ASSERT_EQ(receiver.Receive(30000), "READY=1");
-    ToolResult ping = Etlmsg(root.Path(), {"ping", "configServer", "--timeout", "2000"});
-    EXPECT_EQ(ping.nExit, 0);
-    EXPECT_EQ(ping.strOut, "1\n");
+    EXPECT_TRUE(service.Ping(2000));
     EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
     service.Process().Signal(SIGTERM);
     EXPECT_EQ(service.Process().Wait(10000), 0);
