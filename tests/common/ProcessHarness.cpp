@@ -3,20 +3,19 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <ftw.h>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -37,10 +36,9 @@ TempDir::TempDir()
 TempDir::~TempDir()
 {
     // Make read-only folders of a test removable first.
-    std::string strCmd = "chmod -R u+rwx '" + m_strPath + "' 2>/dev/null";
-    (void)system(strCmd.c_str());
-    nftw(m_strPath.c_str(), [](const char* szPath, const struct stat*, int, struct FTW*) { (void)remove(szPath); return 0; },
-         16, FTW_DEPTH | FTW_PHYS);
+    (void)system(("chmod -R u+rwx '" + m_strPath + "' 2>/dev/null").c_str());
+    std::error_code ec;
+    (void)std::filesystem::remove_all(m_strPath, ec);
 }
 
 std::string TempDir::Join(const std::string& strSub) const
@@ -56,10 +54,8 @@ std::string ReadFile(const std::string& strPath)
 
 void MakeParents(const std::string& strPath)
 {
-    for (size_t nPos = 1; nPos < strPath.size(); ++nPos) {
-        if (strPath[nPos] == '/')
-            (void)mkdir(strPath.substr(0, nPos).c_str(), 0755);
-    }
+    std::error_code ec;
+    (void)std::filesystem::create_directories(std::filesystem::path(strPath).parent_path(), ec);
 }
 
 void WriteFile(const std::string& strPath, const std::string& strContent)
@@ -70,16 +66,7 @@ void WriteFile(const std::string& strPath, const std::string& strContent)
 
 bool FileExists(const std::string& strPath)
 {
-    struct stat st;
-    return lstat(strPath.c_str(), &st) == 0;
-}
-
-Child::~Child()
-{
-    if (m_pid > 0 && m_nStatus < 0) {
-        kill(m_pid, SIGKILL);
-        (void)Wait(5000);
-    }
+    return std::filesystem::exists(std::filesystem::symlink_status(strPath));
 }
 
 std::vector<std::string> EmulatorPrefix()
@@ -90,44 +77,44 @@ std::vector<std::string> EmulatorPrefix()
     return std::vector<std::string>(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>());
 }
 
+Child::~Child()
+{
+    Signal(SIGKILL);
+    (void)Wait(5000);
+}
+
 bool Child::Start(const std::vector<std::string>& vecArgsIn, const std::string& strRoot, const std::string& strOutDir,
                   const std::string& strCwd, const std::vector<std::string>& vecEnv, long nFileSizeLimit)
 {
     // Programs of this build run under the build's emulator (a cross build); system tools do not.
-    std::vector<std::string> vecArgs = vecArgsIn;
-    if (!vecArgs.empty() && vecArgs[0].compare(0, 5, "/usr/") != 0 && vecArgs[0].compare(0, 5, "/bin/") != 0) {
-        std::vector<std::string> vecPrefix = EmulatorPrefix();
-        vecArgs.insert(vecArgs.begin(), vecPrefix.begin(), vecPrefix.end());
-    }
+    std::vector<std::string> vecArgs = EmulatorPrefix();
+    if (vecArgsIn[0].compare(0, 5, "/usr/") == 0 || vecArgsIn[0].compare(0, 5, "/bin/") == 0)
+        vecArgs.clear();
+    vecArgs.insert(vecArgs.end(), vecArgsIn.begin(), vecArgsIn.end());
     std::string strStem = strOutDir + "/child" + std::to_string(++g_nSerial);
     m_strOut = strStem + ".out";
     m_strErr = strStem + ".err";
     m_nStatus = -1;
-    pid_t pid = fork();
-    if (pid < 0)
-        return false;
-    if (pid == 0) {
-        dup2(open("/dev/null", O_RDONLY), 0);
-        dup2(open(m_strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-        dup2(open(m_strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-        if (!strCwd.empty() && chdir(strCwd.c_str()) != 0)
-            _exit(126);
-        setenv("ETL_ROOT", strRoot.c_str(), 1);
-        if (nFileSizeLimit >= 0) {
-            rlimit limit{static_cast<rlim_t>(nFileSizeLimit), static_cast<rlim_t>(nFileSizeLimit)};
-            (void)setrlimit(RLIMIT_FSIZE, &limit);
-        }
-        for (const std::string& strEnv : vecEnv)
-            putenv(strdup(strEnv.c_str()));
-        std::vector<char*> vecArgv;
-        for (const std::string& strArg : vecArgs)
-            vecArgv.push_back(const_cast<char*>(strArg.c_str()));
-        vecArgv.push_back(nullptr);
-        execvp(vecArgv[0], vecArgv.data());
-        _exit(127);
-    }
-    m_pid = pid;
-    return true;
+    m_pid = fork();
+    if (m_pid != 0)
+        return m_pid > 0;
+    dup2(open("/dev/null", O_RDONLY), 0);
+    dup2(open(m_strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+    dup2(open(m_strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
+    if (!strCwd.empty() && chdir(strCwd.c_str()) != 0)
+        _exit(126);
+    setenv("ETL_ROOT", strRoot.c_str(), 1);
+    rlimit limit{static_cast<rlim_t>(nFileSizeLimit), static_cast<rlim_t>(nFileSizeLimit)};
+    if (nFileSizeLimit >= 0)
+        (void)setrlimit(RLIMIT_FSIZE, &limit);
+    for (const std::string& strEnv : vecEnv)
+        putenv(strdup(strEnv.c_str()));
+    std::vector<char*> vecArgv;
+    for (const std::string& strArg : vecArgs)
+        vecArgv.push_back(const_cast<char*>(strArg.c_str()));
+    vecArgv.push_back(nullptr);
+    execvp(vecArgv[0], vecArgv.data());
+    _exit(127);
 }
 
 int Child::Wait(int nTimeoutMs)
@@ -147,9 +134,6 @@ void Child::Signal(int nSignal)
         kill(m_pid, nSignal);
 }
 
-std::string Child::Stdout() const { return ReadFile(m_strOut); }
-std::string Child::Stderr() const { return ReadFile(m_strErr); }
-
 ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& strRoot, int nTimeoutMs)
 {
     ToolResult result;
@@ -157,9 +141,7 @@ ToolResult RunTool(const std::vector<std::string>& vecArgs, const std::string& s
     Child child;
     if (!child.Start(vecArgs, strRoot, outDir.Path()))
         return result;
-    result.nExit = child.Wait(nTimeoutMs);
-    if (result.nExit < 0)
-        child.Signal(SIGKILL); // the destructor reaps it
+    result.nExit = child.Wait(nTimeoutMs); // the destructor kills it when it did not end in time
     result.strOut = child.Stdout();
     result.strErr = child.Stderr();
     return result;
@@ -190,7 +172,6 @@ size_t CountOf(const std::string& strText, const std::string& strWhat)
 }
 
 std::string ConfigServerBin() { return CFG_CONFIGSERVER_BIN; }
-std::string ConfigServerFastUploadBin() { return CFG_CONFIGSERVER_FAST_BIN; }
 std::string EtlmsgBin() { return CFG_ETLMSG_BIN; }
 
 ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs)
@@ -245,11 +226,11 @@ bool SendRaw(const std::string& strSocket, const std::string& strBytes)
     return bSent;
 }
 
-Service::Service(const std::string& strRoot, const ServiceOptions& options)
-    : m_strRoot(strRoot), m_strOutDir(strRoot + "/.test-out")
+Service::Service(const std::string& strRoot, const ServiceOptions& options) : m_strRoot(strRoot)
 {
-    (void)mkdir(m_strOutDir.c_str(), 0755);
-    std::string strBin = options.bFastUpload ? ConfigServerFastUploadBin() : ConfigServerBin();
+    std::string strOutDir = strRoot + "/.test-out";
+    (void)mkdir(strOutDir.c_str(), 0755);
+    std::string strBin = options.bFastUpload ? CFG_CONFIGSERVER_FAST_BIN : CFG_CONFIGSERVER_BIN;
     std::vector<std::string> vecArgs{strBin};
     std::string strScript, strUnshare;
     if (!options.vecReadOnly.empty()) {
@@ -277,19 +258,18 @@ Service::Service(const std::string& strRoot, const ServiceOptions& options)
         vecArgs.push_back(strBin);
     }
     std::string strCwd = options.strCwd.empty() ? strRoot : options.strCwd;
-    if (!m_child.Start(vecArgs, strRoot, m_strOutDir, strCwd, {}, options.nFileSizeLimit))
-        return;
-    m_bStarted = !options.bWaitReady || WaitReady(10000);
+    m_bStarted = m_child.Start(vecArgs, strRoot, strOutDir, strCwd, options.vecEnv, options.nFileSizeLimit) &&
+                 (!options.bWaitReady || WaitReady(10000));
 }
 
 bool Service::WaitReady(int nTimeoutMs)
 {
     // A socket left by a killed instance can be there before this one has replaced it: ping
     // until the answer comes, not just until the name exists.
+    std::string strMs = std::to_string(nTimeoutMs);
     bool bReady = false;
     (void)WaitUntil([&] {
-        bReady = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", std::to_string(nTimeoutMs)}, nTimeoutMs + 5000)
-                         .nExit == 0 &&
+        bReady = Etlmsg(m_strRoot, {"wait", "configServer", "--timeout", strMs}, nTimeoutMs + 5000).nExit == 0 &&
                  Ping(nTimeoutMs);
         return bReady || m_child.Wait(0) >= 0;
     }, nTimeoutMs);
@@ -298,24 +278,20 @@ bool Service::WaitReady(int nTimeoutMs)
 
 Service::~Service()
 {
-    if (!m_bEnded) {
-        m_child.Signal(SIGTERM);
-        if (m_child.Wait(5000) < 0)
-            m_child.Signal(SIGKILL);
-    }
+    m_child.Signal(SIGTERM); // the child's own destructor kills what does not end in time
+    (void)m_child.Wait(5000);
 }
 
 bool Service::Ping(int nTimeoutMs)
 {
-    ToolResult ping = Etlmsg(m_strRoot, {"ping", "configServer", "--timeout", std::to_string(nTimeoutMs)},
-                             nTimeoutMs + 5000);
+    std::string strMs = std::to_string(nTimeoutMs);
+    ToolResult ping = Etlmsg(m_strRoot, {"ping", "configServer", "--timeout", strMs}, nTimeoutMs + 5000);
     return ping.nExit == 0 && ping.strOut == "1\n";
 }
 
 int Service::Quit(int nStatus)
 {
     (void)Etlmsg(m_strRoot, {"quit", "configServer", "--status", std::to_string(nStatus)});
-    m_bEnded = true;
     return m_child.Wait(10000);
 }
 

@@ -45,8 +45,8 @@ public:
     int Wait(int nTimeoutMs);
     void Signal(int nSignal);
     pid_t Pid() const { return m_pid; }
-    std::string Stdout() const;
-    std::string Stderr() const;
+    std::string Stdout() const { return ReadFile(m_strOut); }
+    std::string Stderr() const { return ReadFile(m_strErr); }
     const std::string& StdoutPath() const { return m_strOut; }
     const std::string& StderrPath() const { return m_strErr; }
 
@@ -79,7 +79,6 @@ std::vector<std::string> EmulatorPrefix();
 // Paths of the built programs.
 std::string ConfigServerBin();
 std::string EtlmsgBin();
-std::string ConfigServerFastUploadBin();
 
 // etlmsg under the root, with its arguments.
 ToolResult Etlmsg(const std::string& strRoot, const std::vector<std::string>& vecArgs, int nTimeoutMs = 10000);
@@ -92,6 +91,7 @@ struct ServiceOptions {
     bool bFastUpload = false; // the test build whose upload check runs every second
     bool bWaitReady = true;   // wait for the first ping answer (false for a long MAC wait)
     long nFileSizeLimit = -1; // RLIMIT_FSIZE of the service in bytes (-1: unchanged)
+    std::vector<std::string> vecEnv; // NAME=VALUE entries added to its environment
     // Logical paths (folders or files) the service sees read-only, through a mount namespace of
     // its own: the tests run as root, which folder modes do not stop.
     std::vector<std::string> vecReadOnly;
@@ -127,10 +127,8 @@ public:
 
 private:
     std::string m_strRoot;
-    std::string m_strOutDir;
     Child m_child;
     bool m_bStarted = false;
-    bool m_bEnded = false;
 };
 
 } // namespace testutil

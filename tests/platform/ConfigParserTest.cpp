@@ -34,30 +34,57 @@ TEST_F(ConfigParserTest, RangesLookupsAndSizes)
              "  <item m7=\"bad.letters\" file=\"/f\" section=\"s\" key=\"k{n}\" range=\"a-b\"/>\n"
              "  <item m7=\"first.wins\" file=\"/dup\" section=\"s\" key=\"k\" flags=\"0x2\"/>\n"
              "  <item m7=\"second.loses\" file=\"/dup\" section=\"s\" key=\"k\" flags=\"0x1\"/>\n"
+             // Overlaps on purpose: a later range reaches into an earlier one's paths; a fixed item
+             // keeps its braces; "{n" without its end is text.
+             "  <item m7=\"acct.{n}.enable\" file=\"/config/voip/account{n}.cfg\" section=\"account\" key=\"Enable\" flags=\"0x2\" range=\"10-30\"/>\n"
+             "  <item m7=\"key.{n}.{n+1}\" file=\"/k.xml\" section=\"item.{n}\" key=\"v{n+1}{n}\" flags=\"0x800\" range=\"0-120\"/>\n"
+             "  <item m7=\"key.5.6\" file=\"/other\" section=\"s\" key=\"k\" flags=\"0x4\"/>\n"
+             "  <item m7=\"literal.{n}\" file=\"/f{n}\" section=\"s\" key=\"k\"/>\n"
+             "  <item m7=\"half.{n\" file=\"/h\" section=\"s{n\" key=\"k{n}\" range=\"3-4\"/>\n"
+             "  <item m7=\"wide.{n}\" file=\"/w\" section=\"s\" key=\"k{n}\" range=\"99990-100005\"/>\n"
              "</configMap>\n");
     int nFlags = -1;
     const char* const kCases[][4] = {
         {"/config/voip/account0.cfg", "account", "Enable", "account.1.enable"},
         {"/config/voip/account15.cfg", "account", "Enable", "account.16.enable"},
-        {"/config/voip/account16.cfg", "account", "Enable", "<none>"},
+        {"/config/voip/account16.cfg", "account", "Enable", "acct.16.enable"}, // past the first range
         {"/config/data/linekey.xml", "dsskey.item.29", "itemdata::line", "linekey.30.line"},
         {"/config/voip//account0.cfg", "account", "Enable", "<none>"}, // paths match byte for byte
         {"/config/voip/account0.cfg", "account", "enable", "<none>"},
         {"/f", "s", "k5", "<none>"},                                   // bad ranges are skipped
-        {"/dup", "s", "k", "first.wins"}};
+        {"/dup", "s", "k", "first.wins"},
+        {"/config/voip/account12.cfg", "account", "Enable", "account.13.enable"}, // the first range wins
+        {"/config/voip/account30.cfg", "account", "Enable", "acct.30.enable"},
+        {"/config/voip/account31.cfg", "account", "Enable", "<none>"},
+        {"/k.xml", "item.120", "v121120", "key.120.121"},
+        {"/k.xml", "item.12", "v1312", "key.12.13"},
+        {"/k.xml", "item.12", "v131", "<none>"},
+        {"/f{n}", "s", "k", "literal.{n}"},
+        {"/h", "s{n", "k4", "half.{n"},
+        {"/h", "s{n", "k5", "<none>"},
+        {"/w", "s", "k99990", "wide.99990"},
+        {"/w", "s", "k100005", "wide.100005"},
+        {"/w", "s", "k10000", "<none>"}};
     for (const auto& c : kCases)
         EXPECT_EQ(NameOf(c[0], c[1], c[2]), c[3]) << c[0] << " " << c[2];
     EXPECT_EQ(NameOf("/config/data/linekey.xml", "dsskey.item.0", "itemdata::line", 64, &nFlags), "linekey.1.line");
     EXPECT_EQ(nFlags, 0x800);
     // "account.1.enable" needs 17 bytes with its terminator.
-    EXPECT_EQ(NameOf("/config/voip/account0.cfg", "account", "Enable", 16), "<none>");
+    EXPECT_EQ(NameOf("/config/voip/account0.cfg", "account", "Enable", 16, &nFlags), "<none>");
+    EXPECT_EQ(nFlags, 0x800) << "untouched by a name that does not fit";
     EXPECT_EQ(NameOf("/config/voip/account0.cfg", "account", "Enable", 17), "account.1.enable");
 
     const config_info_t* pInfo = get_config_info_t("phone_setting.phone_lock.unlock_pin");
     ASSERT_NE(pInfo, nullptr);
     EXPECT_EQ(pInfo->attr, 1u);
     EXPECT_EQ(get_config_info_t("no.such.item"), nullptr);
-    EXPECT_EQ(get_config_info_t("linekey.30.line")->attr, 0x800u);
+    const std::pair<const char*, long> kFlags[] = {{"linekey.30.line", 0x800}, {"linekey.31.line", -1},
+        {"acct.10.enable", 2}, {"acct.9.enable", -1}, {"key.5.6", 0x800}, {"literal.{n}", 0}, {"wide.100005", 0},
+        {"account.1.enablex", -1}};
+    for (const auto& f : kFlags) {
+        pInfo = get_config_info_t(f.first);
+        EXPECT_EQ(pInfo != nullptr ? static_cast<long>(pInfo->attr) : -1L, f.second) << f.first;
+    }
 }
 
 TEST_F(ConfigParserTest, SwitchesAndMissingMap)

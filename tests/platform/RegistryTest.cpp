@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -19,17 +19,6 @@ int RecordingFilter(const char* szFile, const char* szSection, const char* szKey
 {
     g_vecFiltered.push_back(std::string(szFile) + "|" + szSection + "|" + szKey + "=" + szValue);
     return -1; // the answer must not change what is written
-}
-
-size_t EntriesIn(const std::string& strDir)
-{
-    size_t n = 0;
-    DIR* pDir = opendir(strDir.c_str());
-    while (pDir != nullptr && readdir(pDir) != nullptr)
-        ++n;
-    if (pDir != nullptr)
-        closedir(pDir);
-    return n - 2;
 }
 
 } // namespace
@@ -60,7 +49,8 @@ TEST(Registry, SaveCallsTheFilterPerKeyInDocumentOrderAndReplacesTheFile)
     EXPECT_LT(strSaved.find("b = 2"), strSaved.find("a = 1"));
     EXPECT_LT(strSaved.find("a = 1"), strSaved.find("c = 3"));
     EXPECT_NE(strSaved.find("x = new"), std::string::npos);
-    EXPECT_EQ(EntriesIn(root.Join("/config/reg")), 1u) << "no temporary file is left";
+    auto entries = std::filesystem::directory_iterator(root.Join("/config/reg"));
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1) << "no temporary file is left";
 
     // A document in a folder that does not exist yet, saved with a section handle.
     HREGISTRY hFresh = registryOpen("/config/fresh/dir/doc.ini", "S");

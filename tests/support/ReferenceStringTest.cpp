@@ -1,7 +1,6 @@
 // The text string: sharing, private copies, cutting, growth, concatenation and formatting.
 #include "chReferenceStringT.h"
 
-#include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -101,16 +100,8 @@ TEST(ReferenceString, CopyFromOwnTextAndConcatenation)
 
 TEST(ReferenceString, FormatEstimateAndResult)
 {
-    const std::pair<chStringA, const char*> kCases[] = {
-        {fmtString("%d", 7), "7"},
-        {fmtString("%d", INT_MIN), "-2147483648"},
-        {fmtString("%5.2s", "abcdef"), "   ab"},
-        {fmtString("%.2x%.2x%.2x%.2x%.2x%.2x", 0x0a, 0x1b, 0x2c, 0x3d, 0x4e, 0x5f), "0a1b2c3d4e5f"},
-        {fmtString("%u", 4294967295u), "4294967295"}};
-    for (const auto& c : kCases) {
-        EXPECT_STREQ(c.first.c_str(), c.second);
-        EXPECT_EQ(c.first.GetLength(), static_cast<int>(std::strlen(c.second)));
-    }
+    // Results of the common conversions are compared with snprintf by the fuzz target; here the
+    // estimate itself and the cases the target does not build.
     const char* volatile szNull = nullptr;
     EXPECT_EQ(fmtEstimateLength("%s", szNull), 6);
     EXPECT_EQ(fmtEstimateLength("%5.2s", "abcdef"), 5);

@@ -1,9 +1,8 @@
 // etlmsg: the listen line format, exit statuses and usage errors.
 #include "ProcessHarness.h"
 
-#include <chrono>
 #include <gtest/gtest.h>
-#include <thread>
+#include <utility>
 
 using testutil::Etlmsg;
 using testutil::TempDir;
@@ -29,20 +28,23 @@ TEST(Etlmsg, ListenPrintsOneExactLinePerMessage)
 TEST(Etlmsg, ExitStatuses)
 {
     TempDir root;
-    EXPECT_EQ(Etlmsg(root.Path(), {"send", "nothere", "5"}).nExit, 2);
-    EXPECT_EQ(Etlmsg(root.Path(), {"post", "nothere", "5"}).nExit, 2);
-    EXPECT_EQ(Etlmsg(root.Path(), {"ping", "nothere"}).nExit, 2);
-    EXPECT_EQ(Etlmsg(root.Path(), {"wait", "nothere", "--timeout", "100"}).nExit, 3);
-    EXPECT_EQ(Etlmsg(root.Path(), {"listen", "quietThread", "--timeout", "200"}).nExit, 3);
-
-    ToolResult usage = Etlmsg(root.Path(), {});
-    EXPECT_EQ(usage.nExit, 1);
-    EXPECT_NE(usage.strErr.find("usage: etlmsg"), std::string::npos);
-    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "notanumber"}).nExit, 1);
-    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "1", "2", "3", "4"}).nExit, 1);
-    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "1", "--hex", "abc"}).nExit, 1);
-    EXPECT_EQ(Etlmsg(root.Path(), {"frobnicate"}).nExit, 1);
-    EXPECT_EQ(Etlmsg(root.Path(), {"post", "x", "0x100000000"}).nExit, 1);
+    // 2: no such thread, 3: timed out, 1: bad usage (with the usage text), all before any service.
+    const std::pair<std::vector<std::string>, int> kCases[] = {
+        {{"send", "nothere", "5"}, 2}, {{"post", "nothere", "5"}, 2}, {{"ping", "nothere"}, 2},
+        {{"items", "nothere"}, 2}, {{"stats", "nothere"}, 2}, {{"journal", "nothere"}, 2},
+        {{"wait", "nothere", "--timeout", "100"}, 3}, {{"listen", "quietThread", "--timeout", "200"}, 3},
+        {{}, 1}, {{"post", "x", "notanumber"}, 1}, {{"post", "x", "1", "2", "3", "4"}, 1},
+        {{"post", "x", "1", "--hex", "abc"}, 1}, {{"frobnicate"}, 1}, {{"post", "x", "0x100000000"}, 1},
+        {{"items", "x", "a=b"}, 1}, {{"items", "x", "a b"}, 1}, {{"items", "x", "a\x01"}, 1},
+        {{"items", "x", "caf\xc3\xa9"}, 1}, {{"journal", "x", "--item", ""}, 1}, {{"journal", "x", "--item", "x\t"}, 1},
+        {{"stats", "x", "extra"}, 1}, {{"items"}, 1},
+    };
+    for (const auto& c : kCases) {
+        ToolResult result = Etlmsg(root.Path(), c.first);
+        SCOPED_TRACE(c.first.empty() ? "" : c.first.back());
+        EXPECT_EQ(result.nExit, c.second);
+        EXPECT_EQ(result.strErr.find("usage: etlmsg") != std::string::npos, c.second == 1) << result.strErr;
+    }
 
     // Over the extra-data limit: refused at the sender, even to a live thread.
     testutil::Child listener;

@@ -1,5 +1,5 @@
-// Command-line conventions of both programs (--help, --version, bad arguments) and the readiness
-// datagrams the service sends to the socket named by NOTIFY_SOCKET.
+// Command-line conventions of both programs (--help, --version, bad arguments), the readiness
+// datagrams the service sends to the socket named by NOTIFY_SOCKET, and what it does with bad input.
 #include "CfgVersion.h"
 #include "ProcessHarness.h"
 
@@ -97,14 +97,12 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     std::string strSocket = root.Join("notify.sock");
     CNotifyReceiver receiver(strSocket);
     ASSERT_TRUE(receiver.Bound()) << strerror(errno);
-
-    std::vector<std::string> vecArgs{"/usr/bin/unshare", "-n"};
-    std::vector<std::string> vecPrefix = testutil::EmulatorPrefix();
-    vecArgs.insert(vecArgs.end(), vecPrefix.begin(), vecPrefix.end());
-    vecArgs.push_back(testutil::ConfigServerBin());
-    testutil::Child service;
-    ASSERT_TRUE(service.Start(vecArgs, root.Path(), root.Path(), root.Path(), {"NOTIFY_SOCKET=" + strSocket}));
-    ASSERT_TRUE(testutil::WaitForText(service.StderrPath(), "Invalid MAC Address", 30000)) << service.Stderr();
+    testutil::ServiceOptions options;
+    options.bNoInterface = true;
+    options.bWaitReady = false;
+    options.vecEnv = {"NOTIFY_SOCKET=" + strSocket};
+    testutil::Service service(root.Path(), options);
+    ASSERT_TRUE(testutil::WaitForText(service.Process().StderrPath(), "Invalid MAC Address", 30000)) << service.Stderr();
     EXPECT_EQ(Etlmsg(root.Path(), {"ping", "configServer", "--timeout", "300"}).nExit, 3);
     EXPECT_EQ(receiver.Receive(0), "") << "ready while the start-up still runs";
 
@@ -112,27 +110,43 @@ TEST(Readiness, ReadyOnlyOnceAPingIsAnswered)
     testutil::WriteFile(root.Join("/etc/device/mac.new"), "0a1b2c3d4e5f\n");
     ASSERT_EQ(rename(root.Join("/etc/device/mac.new").c_str(), root.Join("/etc/device/mac").c_str()), 0);
     ASSERT_EQ(receiver.Receive(30000), "READY=1");
-    ToolResult ping = Etlmsg(root.Path(), {"ping", "configServer", "--timeout", "2000"});
-    EXPECT_EQ(ping.nExit, 0);
-    EXPECT_EQ(ping.strOut, "1\n");
-    service.Signal(SIGTERM);
-    EXPECT_EQ(service.Wait(10000), 0);
+    EXPECT_TRUE(service.Ping(2000));
+    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
+    service.Process().Signal(SIGTERM);
+    EXPECT_EQ(service.Process().Wait(10000), 0);
     EXPECT_EQ(receiver.Receive(5000), "STOPPING=1");
 }
 
-// An abstract socket name; the loop's quit status stays the exit status after STOPPING=1.
-TEST(Readiness, AbstractSocketGetsReadyThenStopping)
+// An abstract socket name, bad datagrams, unknown ids and a second instance between READY=1 and
+// STOPPING=1; the loop's quit status stays the exit status.
+TEST(Readiness, AbstractSocketBadInputASecondInstanceAndQuit)
 {
     TempDir root;
     std::string strName = "@cfgtest-notify-" + std::to_string(getpid());
     CNotifyReceiver receiver(strName);
     ASSERT_TRUE(receiver.Bound()) << strerror(errno);
-    testutil::Child service;
-    ASSERT_TRUE(service.Start({testutil::ConfigServerBin()}, root.Path(), root.Path(), root.Path(),
-                              {"NOTIFY_SOCKET=" + strName}));
+    testutil::ServiceOptions options;
+    options.bWaitReady = false;
+    options.vecEnv = {"NOTIFY_SOCKET=" + strName};
+    testutil::Service service(root.Path(), options);
     ASSERT_EQ(receiver.Receive(30000), "READY=1") << service.Stderr();
-    EXPECT_EQ(Etlmsg(root.Path(), {"quit", "configServer", "--status", "5"}).nExit, 0);
+    // Raw datagrams: too short, and a header whose extra size is not what follows it.
+    std::string strHeader = std::string("ETLM\x01\x00\x00\x00\x01\x00\x0d\x00", 12) + std::string(12, '\0') +
+                            std::string("\x10\x00\x00\x00", 4) + std::string(4, '\0') + "short";
+    for (const std::string& strBytes : {std::string("XXXX"), strHeader})
+        EXPECT_TRUE(testutil::SendRaw(root.Join("/tmp/msgq/configServer"), strBytes));
+    EXPECT_EQ(Etlmsg(root.Path(), {"send", "configServer", "0xd0002"}).strOut, "0\n") << "handled by no one";
+    ToolResult second = testutil::RunTool({testutil::ConfigServerBin()}, root.Path(), 10000);
+    EXPECT_EQ(second.nExit, 1);
+    EXPECT_NE(second.strErr.find("thread [configServer] is already registered by process"), std::string::npos);
+    EXPECT_TRUE(service.Ping()) << "the first is unharmed";
+    EXPECT_EQ(service.Quit(7), 7);
     EXPECT_EQ(receiver.Receive(10000), "STOPPING=1");
-    EXPECT_EQ(service.Wait(10000), 5);
     EXPECT_EQ(receiver.Receive(0), "") << "one datagram per state";
+    std::string strErr = service.Stderr();
+    for (const char* szLine : {"dropped a malformed datagram of 4 bytes: short datagram", "extra size does not match",
+                               "configServer version = 1.0.0.1 build at ", "]configServer version = 1.0.1.1 build at ",
+                               "war["})
+        EXPECT_NE(strErr.find(szLine), std::string::npos) << szLine << " in\n" << strErr;
+    EXPECT_FALSE(testutil::FileExists(root.Join("/tmp/msgq/configServer"))) << "unregistered at exit";
 }

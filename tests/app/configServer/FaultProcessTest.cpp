@@ -3,6 +3,7 @@
 #include "ETL_MsgQueueHelper.h"
 #include "ServiceFixture.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <sys/wait.h>
@@ -19,7 +20,6 @@ protected:
     {
         ServiceRootTest::SetUp();
         Write("/config/ForceSync.cfg", "");
-        testutil::MakeParents(Real("/tmp/x"));
     }
     static long RssAnonKb(pid_t pid)
     {
@@ -31,7 +31,7 @@ protected:
 
 } // namespace
 
-TEST_F(FaultTest, FileSizeLimitFailsWritesButNotTheService)
+TEST_F(FaultTest, SizeLimitFailsWritesOtherUsersCannotPostPathsStayInsideTheRoot)
 {
     std::string strBefore = "#!version:1.0.0.1\ntest.plain = before\n";
     Write("/config/mac-local.cfg", strBefore);
@@ -39,16 +39,33 @@ TEST_F(FaultTest, FileSizeLimitFailsWritesButNotTheService)
     options.nFileSizeLimit = 4096; // the service's own trace file must still have room
     Service service(m_root.Path(), options);
     ASSERT_TRUE(service.Started()) << service.Stderr();
+    // Only the owner may enter the folder of the sockets: another user cannot post.
+    struct stat st;
+    ASSERT_EQ(stat(Real("/tmp/msgq").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    std::string strEmulator;
+    for (const std::string& strWord : testutil::EmulatorPrefix())
+        strEmulator += strWord + " ";
+    std::string strCmd = "ETL_ROOT='" + m_root.Path() + "' setpriv --reuid=nobody --regid=nogroup --clear-groups " +
+                         strEmulator + "'" + testutil::EtlmsgBin() + "' post configServer 0xd0001 >/dev/null 2>&1";
+    int nStatus = system(strCmd.c_str());
+    EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 2) << "status " << nStatus;
+    // ".." in a message's path never leaves the root (the export is small enough for the limit).
+    std::string strOutside = "/tmp/cfg-outside-" + std::to_string(getpid()) + ".cfg";
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/../../.." + strOutside}).strOut, "1\n");
+    EXPECT_FALSE(testutil::FileExists(strOutside));
+    EXPECT_TRUE(Exists(strOutside)) << "written below the root instead";
+    (void)remove(strOutside.c_str());
+
     Write("/tmp/big.cfg", testutil::ItemText(200, "a value long enough to pass the limit"));
     EXPECT_EQ(Msg({"send", "configServer", "0xd0003", "0", "1", "--text", "/tmp/big.cfg"}).strOut, "1\n");
     EXPECT_TRUE(service.Ping()) << "a write past the limit fails; it does not kill the service";
     EXPECT_NE(service.Stderr().find("can't write buff["), std::string::npos) << service.Stderr();
     EXPECT_EQ(Read("/config/mac-local.cfg.bak"), strBefore) << "the previous content was kept first";
     EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore) << "a failed rewrite leaves the file as it was";
-    size_t nEntries = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(Real("/config")))
-        nEntries += entry.path().filename() != "ForceSync.cfg" ? 1 : 0;
-    EXPECT_EQ(nEntries, 2u) << "the file and its \".bak\": no temporary is left";
+    std::filesystem::directory_iterator dir(Real("/config"));
+    auto IsOwn = [](const auto& entry) { return entry.path().filename() != "ForceSync.cfg"; };
+    EXPECT_EQ(std::count_if(begin(dir), end(dir), IsOwn), 2) << "the file and its \".bak\": no temporary is left";
     // The registry's own files fail whole: the old document stays as it was.
     Write("/config/reg.ini", "[S]\nk = old\n");
     EXPECT_EQ(Msg({"reg-set", "/config/reg.ini", "S", "k", std::string(10000, 'v'), "--now"}).nExit, 0);
@@ -84,13 +101,11 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
             ETL_MsgQueueHelper::msgThread hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
             int nFailed = 0;
             for (int i = 0; i < kPerSender; ++i) {
-                std::string strPayload = "/tmp/small.cfg" + std::string(1, '\0');
-                uint32_t nId = 0xd0003;
-                if (i % kReloadEvery != 0) {
-                    nId = ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET;
-                    strPayload = Doc(i % 100) + '\0' + "S" + '\0' + "k" + std::to_string(s) + '\0' + "s" +
-                                 std::to_string(s) + "v" + std::to_string(i) + '\0';
-                }
+                bool bReload = i % kReloadEvery == 0;
+                uint32_t nId = bReload ? 0xd0003u : static_cast<uint32_t>(ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET);
+                std::string strPayload = bReload ? "/tmp/small.cfg" + std::string(1, '\0')
+                                                 : RegSetPayload(Doc(i % 100), "S", "k" + std::to_string(s),
+                                                                 "s" + std::to_string(s) + "v" + std::to_string(i));
                 nFailed += ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, nId, 0, 0, static_cast<int>(strPayload.size()),
                                                                     strPayload.data()) != 0;
             }
@@ -131,29 +146,6 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
     }, 30000)) << "RssAnon " << nIdleRss << " KiB idle, " << nAfterRss << " KiB after";
     printf("RssAnon %ld KiB idle, %ld KiB after the flood\n", nIdleRss, nAfterRss);
     EXPECT_EQ(testutil::CountOf(listener.Finish(), strUpgrade), nReloads) << "one 0xb0209 per reload";
-}
-
-TEST_F(FaultTest, OtherUsersCannotPostAndPathsStayInsideTheRoot)
-{
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    struct stat st;
-    ASSERT_EQ(stat(Real("/tmp/msgq").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0700u);
-    // Another user cannot reach the folder of the sockets.
-    std::string strEmulator;
-    for (const std::string& strWord : testutil::EmulatorPrefix())
-        strEmulator += strWord + " ";
-    std::string strCmd = "ETL_ROOT='" + m_root.Path() + "' setpriv --reuid=nobody --regid=nogroup --clear-groups " +
-                         strEmulator + "'" + testutil::EtlmsgBin() + "' post configServer 0xd0001 >/dev/null 2>&1";
-    int nStatus = system(strCmd.c_str());
-    EXPECT_TRUE(WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == 2) << "status " << nStatus;
-    // ".." in a message's path never leaves the root.
-    std::string strOutside = "/tmp/cfg-outside-" + std::to_string(getpid()) + ".cfg";
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/../../.." + strOutside}).strOut, "1\n");
-    EXPECT_FALSE(testutil::FileExists(strOutside));
-    EXPECT_TRUE(Exists(strOutside)) << "written below the root instead";
-    (void)remove(strOutside.c_str());
 }
 
 TEST_F(FaultTest, ReadOnlyFoldersFailWritesWithTheirTraces)

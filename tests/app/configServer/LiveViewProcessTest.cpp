@@ -3,6 +3,7 @@
 #include "ServiceFixture.h"
 
 #include <algorithm>
+#include <sstream>
 
 using testutil::Service;
 
@@ -19,7 +20,6 @@ protected:
         for (int i = 0; i < kBigItems; ++i)
             strFile += "big.item" + std::to_string(i) + " = " + std::string(30, 'v') + "\n";
         Write("/config/mac-local.cfg", strFile);
-        testutil::MakeParents(Real("/tmp/x"));
     }
     // The journal's lines without their times.
     std::vector<std::string> Journal(const std::vector<std::string>& vecOptions)
@@ -29,10 +29,9 @@ protected:
         testutil::ToolResult result = Msg(vecArgs);
         EXPECT_EQ(result.nExit, 0) << result.strErr;
         std::vector<std::string> vecLines;
-        for (size_t nAt = 0, nEnd; (nEnd = result.strOut.find('\n', nAt)) != std::string::npos; nAt = nEnd + 1) {
-            std::string strLine = result.strOut.substr(nAt, nEnd - nAt);
+        std::istringstream lines(result.strOut);
+        for (std::string strLine; std::getline(lines, strLine);)
             vecLines.push_back(strLine.substr(strLine.find(' ') + 1));
-        }
         return vecLines;
     }
     static constexpr int kBigItems = 2500;
@@ -76,7 +75,7 @@ TEST_F(InspectTest, ItemsStatsAndJournalFollowTheChanges)
     EXPECT_EQ(service.Quit(0), 0);
 }
 
-TEST_F(InspectTest, LongListingsEndWithAMarkerAndBadInputIsRefused)
+TEST_F(InspectTest, LongListingsEndWithAMarkerAndJournalCountsAreBounded)
 {
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
@@ -90,17 +89,7 @@ TEST_F(InspectTest, LongListingsEndWithAMarkerAndBadInputIsRefused)
     EXPECT_EQ(all.strOut.substr(all.strOut.size() - 22), " more items not shown\n");
     EXPECT_EQ(static_cast<int>(nLines) - 1 + nLeft, kBigItems + 2) << "every item is listed or counted";
 
-    const std::vector<std::vector<std::string>> vecBad = {
-        {"items", "configServer", "a=b"},       {"items", "configServer", "a b"},
-        {"items", "configServer", "a\x01"},     {"items", "configServer", "caf\xc3\xa9"},
-        {"journal", "configServer", "--item", ""}, {"journal", "configServer", "--item", "x\t"},
-        {"stats", "configServer", "extra"},     {"items"},
-    };
-    for (const auto& vecArgs : vecBad) {
-        testutil::ToolResult bad = Msg(vecArgs);
-        EXPECT_EQ(bad.nExit, 1) << vecArgs.back();
-        EXPECT_NE(bad.strErr.find("usage: etlmsg"), std::string::npos);
-    }
+    // Counts the service refuses by the size of its journal (bad words are the tool's own: EtlmsgTest).
     for (const char* szCount : {"0", "257"}) {
         testutil::ToolResult bad = Msg({"journal", "configServer", "--count", szCount});
         EXPECT_EQ(bad.nExit, 1) << szCount;
@@ -108,8 +97,6 @@ TEST_F(InspectTest, LongListingsEndWithAMarkerAndBadInputIsRefused)
         EXPECT_EQ(bad.strOut, "");
     }
     EXPECT_EQ(Msg({"journal", "configServer", "--count", "256"}).nExit, 0);
-    for (const char* szCmd : {"items", "stats", "journal"})
-        EXPECT_EQ(Msg({szCmd, "nothere"}).nExit, 2) << szCmd;
     EXPECT_TRUE(service.Ping()) << "and the service still answers";
     EXPECT_EQ(service.Quit(0), 0);
 }

@@ -23,7 +23,7 @@ protected:
     static int RegSet(const std::string& strFile, const char* szSection, const char* szKey, const std::string& strValue,
                       bool bNow)
     {
-        std::string strPayload = strFile + '\0' + szSection + '\0' + szKey + '\0' + strValue + '\0';
+        std::string strPayload = RegSetPayload(strFile, szSection, szKey, strValue);
         int nReply = 0;
         int nResult = ETL_MsgQueueHelper::msgSendMsgToThread(
             ETL_MsgQueueHelper::msgGetThreadByName("configServer"), ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET,
@@ -35,10 +35,20 @@ protected:
 
 } // namespace
 
-TEST_F(RegistrySaveTest, SavedKeysReachTheUserFileConverted)
+TEST_F(RegistrySaveTest, UnmappedKeysChangeNothingAndSavedKeysReachTheUserFileConverted)
 {
+    SetSwitches(1, 0);
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "1\n") << "due since start";
+    EXPECT_EQ(Msg({"reg-set", "/config/u.ini", "S", "k", "v", "--now"}).nExit, 0);
+    ASSERT_TRUE(service.Ping());
+    EXPECT_NE(service.Stderr().find(SaveTrace("/config/u.ini")), std::string::npos);
+    EXPECT_NE(Read("/config/u.ini").find("k = v"), std::string::npos);
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\nfirst.item = 1\n");
+    EXPECT_FALSE(Exists("/config/mac-local.cfg.bak")) << "no write, so no backup either";
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "0\n") << "an unmapped key makes no upload due";
+
     const char* const kSets[][2] = {{"base0", "0"},  {"invert", "7"},    {"both", "0"},   {"encrypt", "secret"},
                                     {"reboot", "1"}, {"encreboot", "1"}, {"ignored", "1"}};
     for (const auto& set : kSets)
@@ -55,22 +65,6 @@ TEST_F(RegistrySaveTest, SavedKeysReachTheUserFileConverted)
     EXPECT_EQ(Msg({"reg-get", "/config/t.ini", "S", "invert"}).strOut, "7\n");
     EXPECT_EQ(Msg({"reg-get", "/config/t.ini", "S", "nothere"}).nExit, 2);
     EXPECT_EQ(Msg({"reg-set", "/config/t.ini", "Bad]Section", "k", "v"}).nExit, 2) << "a name the text cannot hold";
-}
-
-TEST_F(RegistrySaveTest, UnmappedKeysChangeNothingAndUploadStaysAlone)
-{
-    SetSwitches(1, 0);
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "1\n") << "due since start";
-    std::string strBefore = Read("/config/mac-local.cfg");
-    EXPECT_EQ(Msg({"reg-set", "/config/u.ini", "S", "k", "v", "--now"}).nExit, 0);
-    ASSERT_TRUE(service.Ping());
-    EXPECT_NE(service.Stderr().find(SaveTrace("/config/u.ini")), std::string::npos);
-    EXPECT_EQ(Read("/config/mac-local.cfg"), strBefore);
-    EXPECT_FALSE(Exists("/config/mac-local.cfg.bak")) << "no write, so no backup either";
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0001"}).strOut, "0\n") << "not due";
-    EXPECT_NE(Read("/config/u.ini").find("k = v"), std::string::npos);
 }
 
 TEST_F(RegistrySaveTest, BurstIsSavedOnceInOrderOfFirstReport)
@@ -103,14 +97,10 @@ TEST_F(RegistrySaveTest, BurstIsSavedOnceInOrderOfFirstReport)
     ASSERT_EQ(RegSet("/config/c.ini", "S", "k", "again", false), 1);
     ASSERT_TRUE(testutil::WaitUntil([&] { return CountOf(service.Stderr(), SaveTrace("/config/c.ini")) >= 2; }, 10000));
     EXPECT_EQ(CountOf(service.Stderr(), SaveTrace("/config/a.ini")), 3u);
-}
 
-TEST_F(RegistrySaveTest, PendingDocumentsAreNotSavedAtQuit)
-{
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    // The change and the quit queued back to back: the quit is handled long before the save is due.
-    std::string strPayload = std::string("/config/pending.ini") + '\0' + "S" + '\0' + "k" + '\0' + "v" + '\0';
+    // A change and the quit queued back to back: the quit is handled long before the save is due,
+    // and pending documents are not saved at quit.
+    std::string strPayload = RegSetPayload("/config/pending.ini", "S", "k", "v");
     auto hService = ETL_MsgQueueHelper::msgGetThreadByName("configServer");
     ASSERT_EQ(ETL_MsgQueueHelper::msgPostMsgToThreadEx(hService, ETL_MsgQueueHelper::MSG_PLATFORM_REG_SET, 0, 0,
                                                        static_cast<int>(strPayload.size()), strPayload.data()), 0);

@@ -14,7 +14,6 @@ protected:
         ServiceRootTest::SetUp();
         Write("/config/ForceSync.cfg", "");
         Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = user\n");
-        testutil::MakeParents(Real("/tmp/x"));
     }
     std::string Reload(int nLparam, const std::string& strPath)
     {
@@ -97,16 +96,20 @@ TEST_F(ReloadTest, Lparam3HandsBackWithOrWithoutProtection)
     EXPECT_FALSE(Exists("/tmp/full.cfg")) << "the delivered file is gone";
     EXPECT_EQ(Read("/tmp/mac-all-autop.cfg"), "#!version:1.0.0.1\n\ntest.plain=user\nother=x\n");
     EXPECT_NE(service.Stdout().find("conflict: test.plain = [provisioned]->[user]\n"), std::string::npos);
+    EXPECT_EQ(Reload(3, ""), "1\n") << "without a path: the user file itself, which is kept";
+    EXPECT_EQ(Read("/config/mac-local.cfg"), strModelBefore);
+    EXPECT_NE(service.Stderr().find("kept [/config/mac-local.cfg]"), std::string::npos) << service.Stderr();
     SetSwitches(1, 2);
     Write("/tmp/full2.cfg", "a = b\n");
     EXPECT_EQ(Reload(3, "/tmp/full2.cfg"), "1\n");
     EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=14 data=\"/tmp/full.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=23 data=\"/tmp/mac-all-autop.cfg\\0\"\n"
+                                 "id=0xb0209 wparam=0 lparam=0 size=23 data=\"/tmp/mac-all-autop.cfg\\0\"\n"
                                  "id=0xb0209 wparam=0 lparam=0 size=15 data=\"/tmp/full2.cfg\\0\"\n")
         << "protection only when the switch is exactly 1";
 }
 
-TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
+TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTracedAndExportsGoToTheirPaths)
 {
     AutoServerListener listener(m_root.Path());
     Service service(m_root.Path());
@@ -125,14 +128,34 @@ TEST_F(ReloadTest, BadDeliveriesAreRefusedOrTraced)
     EXPECT_EQ(Read("/config/mac-local.cfg"), strUser);
     EXPECT_TRUE(service.Ping());
     EXPECT_EQ(listener.Finish(), "");
+
+    // Export requests: an unknown kind writes nothing; without a path the default ones.
+    EXPECT_EQ(Send("0xd0006", {"9", "2", "--text", "/tmp/never.cfg"}), "1\n");
+    EXPECT_FALSE(Exists("/tmp/never.cfg"));
+    EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
+    EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
+    EXPECT_EQ(Send("0xd0006", {"0", "0"}), "1\n");
+    EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1"}), "1\n");
+    EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Send("0xd0006", {"0", "1", "--text", "/missing/dir/x.cfg"}), "1\n");
+    EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }
 
-TEST_F(ReloadTest, UploadRequestRules)
+TEST_F(ReloadTest, ClearWritesResetListEmptiesAndRepliesThenUploadRequestRules)
 {
+    Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n");
     AutoServerListener listener(m_root.Path());
     Service service(m_root.Path());
     ASSERT_TRUE(service.Started());
     SetSwitches(0, 0);
+    EXPECT_EQ(Send("0xd0004"), "1\n") << "sent whatever the switches say";
+    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\ntest.plain = %NULL%\ntest.other = %NULL%\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n")
+        << "the content from before the clear";
+    EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
+
     EXPECT_EQ(Send("0xd0001"), "0\n") << "switch off: not handled";
     SetSwitches(1, 0);
     EXPECT_EQ(Send("0xd0001"), "1\n") << "due since start";
@@ -145,7 +168,9 @@ TEST_F(ReloadTest, UploadRequestRules)
     ASSERT_EQ(std::remove(Real("/config/mac-local.cfg").c_str()), 0);
     EXPECT_EQ(Send("0xd0001"), "1\n");
     EXPECT_NE(service.Stderr().find("Not backup config file! [/config/mac-local.cfg]"), std::string::npos);
-    EXPECT_EQ(listener.Finish(), std::string(kUploadRequest) + kUploadRequest);
+    EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-reset.cfg\\0\"\n"
+                                 "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n" +
+                                     std::string(kUploadRequest) + kUploadRequest);
 }
 
 TEST_F(ReloadTest, UploadTimerChecksPeriodically)
@@ -160,45 +185,4 @@ TEST_F(ReloadTest, UploadTimerChecksPeriodically)
     Write("/tmp/d.cfg", "test.plain = again\n");
     EXPECT_EQ(Reload(1, "/tmp/d.cfg"), "1\n");
     EXPECT_TRUE(listener.WaitFor(std::string(kUploadRequest) + kUploadRequest, 5000));
-}
-
-TEST_F(ReloadTest, ClearWritesResetListEmptiesAndReplies)
-{
-    Write("/config/mac-local.cfg", "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n");
-    AutoServerListener listener(m_root.Path());
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    SetSwitches(0, 0);
-    EXPECT_EQ(Send("0xd0004"), "1\n");
-    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\ntest.plain = %NULL%\ntest.other = %NULL%\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg.bak"), "#!version:1.0.0.1\ntest.plain = abc\ntest.other = \n")
-        << "the content from before the clear";
-    EXPECT_EQ(listener.Finish(), "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-reset.cfg\\0\"\n"
-                                 "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n")
-        << "sent whatever the switches say";
-    EXPECT_NE(service.Stderr().find("Receive Clear User Config Message."), std::string::npos);
-
-    // Again with an empty table: both files hold the header only, both messages still go.
-    AutoServerListener second(m_root.Path());
-    EXPECT_EQ(Send("0xd0004"), "1\n");
-    EXPECT_EQ(Read("/tmp/mac-locl-reset.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
-    EXPECT_NE(second.Finish().find("id=0xb020a wparam=1"), std::string::npos);
-}
-
-TEST_F(ReloadTest, ExportRequestsAndTheirDefaultPaths)
-{
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started());
-    EXPECT_EQ(Send("0xd0006", {"9", "2", "--text", "/tmp/never.cfg"}), "1\n");
-    EXPECT_FALSE(Exists("/tmp/never.cfg"));
-    EXPECT_NE(service.Stderr().find("CConfigServer::OnExportCfg:/tmp/never.cfg, wparam:9,lparam:2"), std::string::npos);
-    EXPECT_NE(service.Stderr().find("Export done!"), std::string::npos);
-    EXPECT_EQ(Send("0xd0006", {"0", "0"}), "1\n");
-    EXPECT_EQ(Read("/tmp/_custom_config.cfg"), "#!version:1.0.0.1\ntest.plain = user\n");
-    EXPECT_EQ(Send("0xd0006", {"0", "1"}), "1\n");
-    EXPECT_EQ(Read("/tmp/all_config.cfg").substr(0, 18), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Send("0xd0006", {"0", "1", "--text", "/missing/dir/x.cfg"}), "1\n");
-    EXPECT_NE(service.Stderr().find("open [/missing/dir/x.cfg] failed."), std::string::npos);
 }

@@ -17,6 +17,8 @@ protected:
     void SetUp() override
     {
         setenv("ETL_ROOT", m_root.Path().c_str(), 1);
+        for (const char* szDir : {"/config/x", "/tmp/x"})
+            testutil::MakeParents(Real(szDir));
         WriteMap("");
         Write("/phone/resource/autopIgnroeM7.xml", "<data><item M7=\"test.ignored\" length=\"0\"/></data>\n");
     }
@@ -55,6 +57,20 @@ protected:
     {
         return testutil::Etlmsg(m_root.Path(), vecArgs);
     }
+    // The extra data of a reg-set message.
+    static std::string RegSetPayload(const std::string& strFile, const std::string& strSection,
+                                     const std::string& strKey, const std::string& strValue)
+    {
+        return strFile + '\0' + strSection + '\0' + strKey + '\0' + strValue + '\0';
+    }
+    // The item lines the service running on strRoot (default: this root) holds, through its export.
+    std::string ExportedTable(std::string strRoot = "") const
+    {
+        strRoot = strRoot.empty() ? m_root.Path() : strRoot;
+        std::vector<std::string> vecExport{"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"};
+        EXPECT_EQ(testutil::Etlmsg(strRoot, vecExport).strOut, "1\n");
+        return testutil::ReadFile(strRoot + "/tmp/table.cfg");
+    }
     // Switch values in the file the map names.
     void SetSwitches(int nSync, int nProtect) const
     {
@@ -74,8 +90,6 @@ protected:
         ClearM7Model();
         ignoreM7List.Clear();
         m_server.SetUserCfgPath("/config/user-local.cfg");
-        testutil::MakeParents(Real("/config/x"));
-        testutil::MakeParents(Real("/tmp/x"));
     }
     void TearDown() override
     {

@@ -2,6 +2,8 @@
 // address, device library, ForceSync, legacy file), and the section watches.
 #include "ServiceFixture.h"
 
+#include <csignal>
+
 using testutil::CountOf;
 using testutil::Service;
 using testutil::ServiceOptions;
@@ -10,13 +12,6 @@ namespace {
 
 class StartUpTest : public ServiceRootTest {
 protected:
-    // The item lines the running service holds, through the whole-table export.
-    std::string ExportedTable()
-    {
-        testutil::MakeParents(Real("/tmp/x"));
-        EXPECT_EQ(Msg({"send", "configServer", "0xd0006", "0", "0", "--text", "/tmp/table.cfg"}).nExit, 0);
-        return Read("/tmp/table.cfg");
-    }
     // In a network namespace of its own: esw0 with this address, or no interface for "".
     static ServiceOptions Options(const std::string& strMac)
     {
@@ -58,28 +53,19 @@ TEST_F(StartUpTest, WithoutAddressTheDeviceLibraryDecides)
         EXPECT_NE(service.Stderr().find("User Config Path = -local.cfg\n"), std::string::npos) << service.Stderr();
         EXPECT_EQ(service.Quit(0), 0);
     }
-    // All zero: it waits until the library has an address.
+    // All zero: it keeps asking the library (Readiness sees the address arrive); a stop ends the
+    // wait at once, and nothing is migrated to the all-zero name.
     Write("/etc/device/mac", "000000000000\n");
+    Write("mac-local.cfg", "#!version:1.0.0.1\ntest.plain = legacy\n");
+    Write("/config/000000000000-local.cfg", "#!version:1.0.0.1\n");
     ServiceOptions options = Options("");
     options.bWaitReady = false;
     Service service(m_root.Path(), options);
-    ASSERT_TRUE(testutil::WaitUntil([&] { return CountOf(service.Stderr(), strLine) >= 3; }, 20000)) << service.Stderr();
-    Write("/etc/device/mac", "0a1b2c3d4e5f\n");
-    ASSERT_TRUE(service.WaitReady(10000));
-    EXPECT_NE(service.Stderr().find("User Config Path = 0a1b2c3d4e5f-local.cfg"), std::string::npos);
-}
-
-TEST_F(StartUpTest, ForceSyncAndMissingUserFile)
-{
-    Write("/config/ForceSync.cfg", "");
-    Service service(m_root.Path());
-    ASSERT_TRUE(service.Started()) << service.Stderr();
-    EXPECT_NE(service.Stderr().find("User Config Path = mac-local.cfg\n"), std::string::npos);
-    EXPECT_NE(service.Stderr().find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
-    // The service runs with an empty user configuration and writes it where the name says.
-    EXPECT_EQ(ExportedTable(), "#!version:1.0.0.1\n");
-    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
-    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
+    ASSERT_TRUE(testutil::WaitUntil([&] { return CountOf(service.Stderr(), strLine) >= 2; }, 20000)) << service.Stderr();
+    service.Process().Signal(SIGTERM);
+    EXPECT_EQ(service.Process().Wait(2000), 0) << service.Stderr();
+    EXPECT_TRUE(Exists("mac-local.cfg")) << "the legacy file is not migrated";
+    EXPECT_EQ(service.Stderr().find("User Config Path"), std::string::npos) << service.Stderr();
 }
 
 TEST_F(StartUpTest, LegacyFileIsLoadedAloneOrMergedWinning)
@@ -114,9 +100,9 @@ TEST_F(StartUpTest, LegacyFileIsLoadedAloneOrMergedWinning)
     EXPECT_EQ(Read("/config/0a1b2c3d4e5f-local.cfg"), strMacFile) << "left as it was until the next write";
 }
 
-TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
+TEST_F(StartUpTest, ForceSyncWithoutUserFileAndWatchedSectionsFirstActions)
 {
-    Write("/config/ForceSync.cfg", "");
+    Write("/config/ForceSync.cfg", ""); // and no user file
     Write("/phone/resource/sectionMonitor.xml",
           "<regMonitor>\n"
           " <section file=\"/config/watch.ini\" section=\"Net\" action=\"First\"/>\n"
@@ -146,6 +132,12 @@ TEST_F(StartUpTest, WatchedSectionRunsItsFirstActionOnce)
     EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  Begin\n"), 2u);
     EXPECT_EQ(CountOf(strErr, "sectionMonitor::OnSectionChanged  End\n"), 2u);
     EXPECT_NE(strErr.find("sectionMonitor::StartMonitor End\n"), std::string::npos);
+    EXPECT_NE(strErr.find("User Config Path = mac-local.cfg\n"), std::string::npos);
+    EXPECT_NE(strErr.find("failed to load previous user config.[/config/mac-local.cfg]"), std::string::npos);
+    // The service runs with an empty user configuration and writes it where the name says.
+    EXPECT_EQ(ExportedTable(), "#!version:1.0.0.1\n");
+    EXPECT_EQ(Msg({"send", "configServer", "0xd0004"}).strOut, "1\n");
+    EXPECT_EQ(Read("/config/mac-local.cfg"), "#!version:1.0.0.1\n");
 }
 
 TEST_F(StartUpTest, BrokenResourceFilesDoNotStopStartUp)

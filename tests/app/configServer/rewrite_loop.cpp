@@ -1,8 +1,7 @@
-// Test program: fills the item table with ITEMS items, then rewrites the user configuration file
-// "/config/mac-local.cfg" COUNT times, the item "version" taking the values FIRST, FIRST+1, ...
-// With GO and SEED (COUNT ignored): for every byte read from the FIFO GO, a forked writer rewrites
-// the file without end until killed with SIGKILL at a random moment; then "killed K" is printed.
-// The versions a writer writes start at FIRST + K * 1000000.
+// Test program, "rewrite_loop ITEMS FIRST GO SEED": fills the item table with ITEMS items; then for
+// every byte read from the FIFO GO, a forked writer rewrites the user configuration file
+// "/config/mac-local.cfg" without end, the item "version" taking the values FIRST + K * 1000000,
+// and onwards, until killed with SIGKILL at a random moment; then "killed K" is printed.
 #include "ConfigServer.h"
 #include "ETL_MsgQueueHelper.h"
 #include "M7Store.h"
@@ -34,7 +33,7 @@ void Rewrite(CConfigServer& server, long nFirst, long nCount, int fdDone = -1)
 
 int main(int argc, char** argv)
 {
-    if (argc != 4 && argc != 6)
+    if (argc != 5)
         return 2;
     // The platform's process settings (a write past the size limit fails instead of killing).
     (void)ETL_MsgQueueHelper::uCSystemShareHelper::getGlobalObject();
@@ -42,10 +41,6 @@ int main(int argc, char** argv)
     server.SetUserCfgPath("/config/mac-local.cfg");
     for (long i = 0; i < std::atol(argv[1]); ++i)
         SetM7Item(("item." + std::to_string(i)).c_str(), "value", 0);
-    if (argc == 4) {
-        Rewrite(server, std::atol(argv[3]), std::atol(argv[2]));
-        return 0;
-    }
     // Built once, the table is shared with every writer: each round costs a fork, not a load.
     // A writer's first rewrite is slow (it pays for the data its killed predecessor left): kills
     // fall anywhere in the two rewrites after it, timed here on this machine.
@@ -53,16 +48,16 @@ int main(int argc, char** argv)
     auto tStart = std::chrono::steady_clock::now();
     Rewrite(server, 0, 1);
     auto nWindow = 2 * std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - tStart);
-    int fdGo = open(argv[4], O_RDONLY | O_CLOEXEC);
+    int fdGo = open(argv[3], O_RDONLY | O_CLOEXEC);
     int fdsDone[2];
     if (pipe2(fdsDone, O_CLOEXEC) != 0)
         return 1;
-    std::mt19937 rng(static_cast<unsigned int>(std::strtoul(argv[5], nullptr, 10)));
+    std::mt19937 rng(static_cast<unsigned int>(std::strtoul(argv[4], nullptr, 10)));
     char cGo = 0;
     for (long k = 0; fdGo >= 0 && read(fdGo, &cGo, 1) == 1; ++k) {
         pid_t pid = fork();
         if (pid == 0) {
-            Rewrite(server, std::atol(argv[3]) + k * 1000000L, 0, fdsDone[1]);
+            Rewrite(server, std::atol(argv[2]) + k * 1000000L, 0, fdsDone[1]);
             _exit(0);
         }
         if (read(fdsDone[0], &cGo, 1) != 1)

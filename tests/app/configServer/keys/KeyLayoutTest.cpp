@@ -1,5 +1,5 @@
-// Key layouts: converting selected keys into items, comparing layouts with their factory copies,
-// and the export of changed configuration that uses both.
+// Key layouts: converting selected keys into items, and the export of changed configuration,
+// which compares every layout with its factory copy.
 #include "KeyLayout.h"
 #include "ServiceFixture.h"
 
@@ -26,7 +26,6 @@ protected:
         };
         AddSet("linekey", "/config/data/linekey.xml", "dsskey", true);
         AddSet("programablekey", "/config/data/programkey.xml", "programkey", false);
-        AddSet("exp5", "/config/data/expkey5.xml", "dsskey", true);
         AddSet("expminus", "/config/data/expkey-1.xml", "dsskey", true);
         AddSet("exp3", "/config/data/expkey3.xml", "dsskey", true);
         WriteMap(strMap +
@@ -92,11 +91,7 @@ TEST_F(KeyLayoutTest, ConversionOfSelectedKeys)
     vecSelection = {255};
     EXPECT_EQ(Convert(vecSelection, 0), 1);
     EXPECT_EQ(Value("linekey.255.label"), "L254");
-    Write("/config/data/expkey5.xml", Layout("dsskey", 2));
     Write("/config/data/expkey-1.xml", Layout("dsskey", 2, "M"));
-    vecSelection = {1, 2};
-    EXPECT_EQ(Convert(vecSelection, 2, 5), 1);
-    EXPECT_EQ(Value("exp5.1.label"), "L0");
     vecSelection = {2};
     EXPECT_EQ(Convert(vecSelection, 2, -1), 1);
     EXPECT_EQ(Value("expminus.2.label"), "M1");
@@ -132,39 +127,6 @@ TEST_F(KeyLayoutTest, ConversionFailuresAndTheMessage)
               std::string::npos);
 }
 
-TEST_F(KeyLayoutTest, ComparisonWithTheFactoryCopy)
-{
-    auto Compare = [&](uint32_t nKeySet, int32_t nModule) {
-        FILE* pFile = fopen(Real("/tmp/keys.out").c_str(), "w+");
-        ExportChangedKeyLayout(pFile, nKeySet, nModule);
-        fclose(pFile);
-        return Read("/tmp/keys.out");
-    };
-    Write("/config/data/linekey.xml", Layout("dsskey", 3));
-    Write("/phone/factory/data/linekey.xml", Layout("dsskey", 3));
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(Compare(0, -1), ""); }),
-              "cmp:[/config/data/linekey.xml] [/phone/factory/data/linekey.xml]\n");
-
-    // Only pickup_value differs: all seven mapped lines of the key, in lookup order.
-    Write("/config/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "", "p")) +
-                                          Key("15", Data("-1", "L2")) + "</dsskey>");
-    Write("/phone/factory/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "")) +
-                                                 Key("15", Data("0", "L2")) + "</dsskey>");
-    EXPECT_EQ(Compare(0, -1), "linekey.2.type = 15\nlinekey.2.line = 1\nlinekey.2.value = v\nlinekey.2.label = %NULL%\n"
-                              "linekey.2.extension = e\nlinekey.2.xml_phonebook = x\nlinekey.2.pickup_value = p\n"
-                              "linekey.3.type = 15\nlinekey.3.line = 0\nlinekey.3.value = v\nlinekey.3.label = L2\n"
-                              "linekey.3.extension = e\nlinekey.3.xml_phonebook = x\nlinekey.3.pickup_value = %NULL%\n");
-
-    // Without the base-0 flag the line is written as it stands; 10 keys against 12 compare 10.
-    Write("/config/data/programkey.xml", Layout("programkey", 10, "C"));
-    Write("/phone/factory/data/programkey.xml", Layout("programkey", 12, "F"));
-    std::string strOut = Compare(3, -1);
-    EXPECT_NE(strOut.find("programablekey.10.line = 0\n"), std::string::npos);
-    EXPECT_EQ(strOut.find("programablekey.11."), std::string::npos);
-    Write("/config/data/expkey3.xml", Layout("dsskey", 2));
-    EXPECT_EQ(Printed([&] { EXPECT_EQ(Compare(2, 3), ""); }), "Load failed:[/phone/factory/data/expkey3.xml]");
-}
-
 TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
 {
     Write("/config/t.ini", "[S]\nplain = ?1\nother = ?2\nbase0 = 0\ninvert = 5\nboth = 0\nencrypt = x\nreboot = 9\n"
@@ -179,6 +141,15 @@ TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
     Write("/phone/factory/" + std::string(240, 'd') + "/deep/x.cfg", "[S]\nk = 2\n");
     Write("/phone/factory/link.cfg", "[S]\nplain = 1\n");
     Write("/phone/factory/noext", "");
+    // Layouts: key 2 differs only in pickup_value, key 3 in its line; 10 program keys against
+    // 12 compare 10; module 3 has no factory copy.
+    Write("/config/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "", "p")) +
+                                          Key("15", Data("-1", "L2")) + "</dsskey>");
+    Write("/phone/factory/data/linekey.xml", "<dsskey>" + Key("15", Data("0", "L0")) + Key("15", Data("0", "")) +
+                                                 Key("15", Data("0", "L2")) + "</dsskey>");
+    Write("/config/data/programkey.xml", Layout("programkey", 10, "C"));
+    Write("/phone/factory/data/programkey.xml", Layout("programkey", 12, "F"));
+    Write("/config/data/expkey3.xml", Layout("dsskey", 2));
     std::string strOut = Printed([&] { EXPECT_EQ(m_server.OnExportAllChangedConfig("/tmp/all.cfg"), 1); });
     std::string strFile = Read("/tmp/all.cfg");
     EXPECT_EQ(strFile.substr(0, 18), "#!version:1.0.0.1\n");
@@ -189,11 +160,24 @@ TEST_F(KeyLayoutTest, ExportOfChangedConfiguration)
                                "test.reboot = 9\n", "test.newsection = %NULL%\n"})
         EXPECT_NE(strFile.find(szLine), std::string::npos) << szLine;
     for (const char* szLine : {"getname faile, name:[/config/t.ini] S, unmapped\n", "dir /phone/factory//sub not found!\n",
-                               "Not regular file [/config/link.cfg]. Skiped.\n", "test.other = ?2\n", "Path too long"})
+                               "Not regular file [/config/link.cfg]. Skiped.\n", "test.other = ?2\n", "Path too long",
+                               "cmp:[/config/data/linekey.xml] [/phone/factory/data/linekey.xml]\n",
+                               "Load failed:[/phone/factory/data/expkey3.xml]"})
         EXPECT_NE(strOut.find(szLine), std::string::npos) << szLine;
+    // All seven mapped lines of a changed key, in lookup order; without the base-0 flag the
+    // line is written as it stands.
+    EXPECT_NE(strFile.find("linekey.2.type = 15\nlinekey.2.line = 1\nlinekey.2.value = v\nlinekey.2.label = %NULL%\n"
+                           "linekey.2.extension = e\nlinekey.2.xml_phonebook = x\nlinekey.2.pickup_value = p\n"
+                           "linekey.3.type = 15\nlinekey.3.line = 0\nlinekey.3.value = v\nlinekey.3.label = L2\n"
+                           "linekey.3.extension = e\nlinekey.3.xml_phonebook = x\nlinekey.3.pickup_value = %NULL%\n"),
+              std::string::npos) << strFile;
+    EXPECT_EQ(strFile.find("linekey.1."), std::string::npos);
+    EXPECT_NE(strFile.find("programablekey.10.line = 0\n"), std::string::npos);
+    EXPECT_EQ(strFile.find("programablekey.11."), std::string::npos);
 
     // Identical trees: the header and nothing else.
-    Write("/phone/factory/t.ini", Read("/config/t.ini"));
+    for (const char* szFile : {"/t.ini", "/data/linekey.xml", "/data/programkey.xml"})
+        Write(std::string("/phone/factory") + szFile, Read(std::string("/config") + szFile));
     ASSERT_EQ(unlink(Real("/config/link.cfg").c_str()), 0);
     (void)Printed([&] { EXPECT_EQ(m_server.OnExportAllChangedConfig(nullptr), 1); });
     EXPECT_EQ(Read("/tmp/all_config.cfg"), "#!version:1.0.0.1\n");

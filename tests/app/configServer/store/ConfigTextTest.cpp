@@ -31,33 +31,30 @@ typedef std::vector<std::pair<std::string, std::string>> Items;
 
 TEST_F(ConfigTextTest, SplittingAndTrimming)
 {
-    Items items = ReadAll("#!version:1.0.0.1\n"
-                          "a.b = 1\n"
-                          "a.c=1\n"
-                          "  spaced.name   =   inner  blanks  \t\n"
-                          "url = http://x/?a=b\n"
-                          "empty =\n"
-                          "blank =    \n"
-                          "= no name\n"
-                          "no equals sign\n"
-                          "   # indented comment = x\n"
-                          "hash = value # not a comment\n"
-                          "crlf = dos\r\n"
-                          "null = %NULL%\n"
-                          "[no closing bracket = still an item\n"
-                          "last = no line end");
-    Items expected = {{"a.b", "1"},
-                      {"a.c", "1"},
-                      {"spaced.name", "inner  blanks"},
-                      {"url", "http://x/?a=b"},
-                      {"empty", ""},
-                      {"blank", ""},
-                      {"hash", "value # not a comment"},
-                      {"crlf", "dos"},
-                      {"null", "%NULL%"},
-                      {"[no closing bracket", "still an item"},
-                      {"last", "no line end"}};
-    EXPECT_EQ(items, expected);
+    // Each line and the item it gives (none for a null name).
+    const char* const kLines[][3] = {{"#!version:1.0.0.1\n", nullptr, nullptr},
+                                     {"a.b = 1\n", "a.b", "1"},
+                                     {"a.c=1\n", "a.c", "1"},
+                                     {"  spaced.name   =   inner  blanks  \t\n", "spaced.name", "inner  blanks"},
+                                     {"url = http://x/?a=b\n", "url", "http://x/?a=b"},
+                                     {"empty =\n", "empty", ""},
+                                     {"blank =    \n", "blank", ""},
+                                     {"= no name\n", nullptr, nullptr},
+                                     {"no equals sign\n", nullptr, nullptr},
+                                     {"   # indented comment = x\n", nullptr, nullptr},
+                                     {"hash = value # not a comment\n", "hash", "value # not a comment"},
+                                     {"crlf = dos\r\n", "crlf", "dos"},
+                                     {"null = %NULL%\n", "null", "%NULL%"},
+                                     {"[no closing bracket = still an item\n", "[no closing bracket", "still an item"},
+                                     {"last = no line end", "last", "no line end"}};
+    std::string strText;
+    Items expected;
+    for (const auto& line : kLines) {
+        strText += line[0];
+        if (line[1] != nullptr)
+            expected.emplace_back(line[1], line[2]);
+    }
+    EXPECT_EQ(ReadAll(strText), expected);
 }
 
 TEST_F(ConfigTextTest, SectionLineEndsTheTextAndMarksAreKept)

@@ -82,18 +82,15 @@ TEST(M7Journal, LongTextsAreCutSecretsHiddenAndOriginsNest)
     EXPECT_TRUE(CM7Journal::Concerns(journal.At(1), "secret.item", 11));
 }
 
-TEST(M7Journal, StoreChangesReachTheJournalAndTheListingHidesSecrets)
+// The store's journal entries are followed with the running service (InspectTest).
+TEST(M7Journal, TheListingHidesSecretsAndCutsNoLineHalfway)
 {
     ClearM7Model();
-    size_t nBefore = m7Journal.Count();
     SetM7Item("insp.a", "1", 0);
     SetM7Item("insp.a", "2", 0);
     SetM7Item("insp.secret", "pw", ATTR_ENCRYPT);
     SetM7Item("insp.reboot", "r", ATTR_REBOOT);
     SetM7Item("other", "", 0);
-    EXPECT_EQ(m7Journal.Count(), nBefore + 5);
-    const CM7JournalEntry& last = m7Journal.At(m7Journal.Count() - 1);
-    EXPECT_STREQ(last.strName.c_str(), "other");
 
     ETL_MsgQueueHelper::chInspectProvider& inspector = ConfigInspector();
     std::string strOut;

@@ -62,31 +62,3 @@ TEST(M7Mapping, IgnoreListRules)
     ignoreM7List.Clear();
     EXPECT_EQ(ignoreM7List.Count(), 0u);
 }
-
-TEST(M7Mapping, IgnoreIndexAgreesWithTheWalk)
-{
-    // Short patterns and names from a small alphabet, so that prefixes, exact matches and the
-    // account rule all meet often.
-    const char* const kParts[] = {"account.", "1.", "12.", "a", "ab", ".", "x.y", "account.NN..", ""};
-    unsigned nSeed = 12345;
-    auto Next = [&nSeed] {
-        nSeed = nSeed * 1103515245u + 12345u;
-        return (nSeed >> 16) & 0x7fff;
-    };
-    auto Text = [&] {
-        std::string strText;
-        for (unsigned n = Next() % 4; n > 0; --n)
-            strText += kParts[Next() % 9];
-        return strText;
-    };
-    for (int nRound = 0; nRound < 50; ++nRound) {
-        ignoreM7List.Clear();
-        for (unsigned n = Next() % 8; n > 0; --n)
-            ignoreM7List.Append(Text().c_str(), static_cast<int32_t>(Next() % 16) - 2);
-        for (int i = 0; i < 200; ++i) {
-            std::string strName = Text();
-            ASSERT_EQ(IgnoreUserCfg(strName.c_str()), IgnoreUserCfgByWalk(strName.c_str())) << "[" << strName << "]";
-        }
-    }
-    ignoreM7List.Clear();
-}
