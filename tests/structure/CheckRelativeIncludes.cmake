@@ -1,0 +1,15 @@
+# Fails when a source of the product includes a header by a path that climbs out of its folder.
+file(GLOB_RECURSE sources ${TOP}/app/*.cpp ${TOP}/app/*.h ${TOP}/platform/*.cpp ${TOP}/platform/*.h
+     ${TOP}/support/*.cpp ${TOP}/support/*.h ${TOP}/tools/*.cpp ${TOP}/tools/*.h)
+set(climbers "")
+foreach(source IN LISTS sources)
+  file(STRINGS ${source} lines REGEX "^[ \t]*#[ \t]*include[ \t]*[\"<][^\">]*\\.\\./")
+  if(lines)
+    list(APPEND climbers "${source}: ${lines}")
+  endif()
+endforeach()
+list(LENGTH sources checked)
+if(checked EQUAL 0 OR climbers)
+  message(FATAL_ERROR "${checked} sources; includes that climb out of their folder:\n${climbers}")
+endif()
+message(STATUS "${checked} sources, no include climbs out of its folder")
