@@ -89,7 +89,8 @@ int main()
     msgSendMsgToThread(hService, MSG_PLATFORM_PING, 0, 0, 0, nullptr, 10000, &nReply, nullptr);
 
     int fdNotify = inotify_init1(IN_CLOEXEC);
-    inotify_add_watch(fdNotify, root.Real("/config").c_str(), IN_CLOSE_WRITE);
+    // A rewrite ends with its temporary renamed over the user file (or, written in place, its close).
+    (void)inotify_add_watch(fdNotify, root.Real("/config").c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
     std::string strUserFile = root.Real("/config/mac-local.cfg");
 
     auto t0 = std::chrono::steady_clock::now();
