@@ -3,6 +3,8 @@
 // layer knows where the system root lies. The documents read from files are in ETL_FileHelper.h.
 #pragma once
 
+#include "ETL_ScopedHandle.h"
+
 #include <cstdio>
 #include <string>
 #include <dirent.h>
@@ -56,8 +58,10 @@ public:
 
 private:
     static ssize_t CookieWrite(void* pCookie, const char* pData, size_t nSize);
-    FILE* m_pStream = nullptr;
-    int m_fd = -1;
+    // Declared stream first, so that the descriptor goes first: what the stream still buffers must
+    // never reach the temporary after an abort.
+    ETL_BaseHelper::chScopedFile m_pStream;
+    ETL_BaseHelper::chScopedFd m_fd;
     std::string m_strTemp;
     std::string m_strTarget;
 };

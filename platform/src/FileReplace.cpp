@@ -112,7 +112,7 @@ chFileReplacer::~chFileReplacer()
 ssize_t chFileReplacer::CookieWrite(void* pCookie, const char* pData, size_t nSize)
 {
     chFileReplacer* pThis = static_cast<chFileReplacer*>(pCookie);
-    return WriteAll(pThis->m_fd, pData, nSize) ? static_cast<ssize_t>(nSize) : -1;
+    return WriteAll(pThis->m_fd.Get(), pData, nSize) ? static_cast<ssize_t>(nSize) : -1;
 }
 
 FILE* chFileReplacer::Open(const char* szPath)
@@ -148,31 +148,33 @@ FILE* chFileReplacer::Open(const char* szPath)
     std::string strTemplate = m_strTarget + kTempMark + "XXXXXX";
     std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
     vecTemp.push_back('\0');
-    m_fd = mkostemp(vecTemp.data(), O_CLOEXEC);
-    if (m_fd < 0)
+    m_fd.Reset(mkostemp(vecTemp.data(), O_CLOEXEC));
+    if (!m_fd)
         return nullptr;
     m_strTemp = vecTemp.data();
     cookie_io_functions_t functions = {nullptr, &chFileReplacer::CookieWrite, nullptr, nullptr};
-    if (fchmod(m_fd, nMode) != 0 || (m_pStream = fopencookie(this, "w", functions)) == nullptr) {
+    if (fchmod(m_fd.Get(), nMode) == 0)
+        m_pStream.Reset(fopencookie(this, "w", functions));
+    if (!m_pStream) {
         int nErr = errno;
         Abort();
         errno = nErr;
         return nullptr;
     }
-    return m_pStream;
+    return m_pStream.Get();
 }
 
 int chFileReplacer::CopyFrom(int fdSource, int* pnCalls)
 {
     int nCalls = 0;
-    int nErr = m_pStream == nullptr ? -EBADF : fflush(m_pStream) != 0 ? -EIO : 0;
+    int nErr = !m_pStream ? -EBADF : fflush(m_pStream.Get()) != 0 ? -EIO : 0;
     bool bKernel = true;
     std::vector<char> vecBuffer;
     while (nErr == 0) {
         ++nCalls;
         ssize_t nDone = -1;
         if (bKernel) {
-            nDone = copy_file_range(fdSource, nullptr, m_fd, nullptr, 1u << 30, 0);
+            nDone = copy_file_range(fdSource, nullptr, m_fd.Get(), nullptr, 1u << 30, 0);
             // Across file systems or on one that cannot: the plain way, from where it stopped.
             if (nDone < 0 && (errno == EXDEV || errno == ENOSYS || errno == EOPNOTSUPP || errno == EINVAL)) {
                 bKernel = false;
@@ -181,7 +183,7 @@ int chFileReplacer::CopyFrom(int fdSource, int* pnCalls)
         } else {
             vecBuffer.resize(512 * 1024);
             nDone = read(fdSource, vecBuffer.data(), vecBuffer.size());
-            if (nDone > 0 && !WriteAll(m_fd, vecBuffer.data(), static_cast<size_t>(nDone)))
+            if (nDone > 0 && !WriteAll(m_fd.Get(), vecBuffer.data(), static_cast<size_t>(nDone)))
                 nDone = -1;
         }
         if (nDone < 0 && errno == EINTR)
@@ -194,7 +196,7 @@ int chFileReplacer::CopyFrom(int fdSource, int* pnCalls)
     if (pnCalls != nullptr)
         *pnCalls = nCalls;
     // Commit must not replace the target with part of the copy.
-    if (nErr != 0 && m_pStream != nullptr) {
+    if (nErr != 0 && m_pStream) {
         Abort();
         errno = -nErr;
     }
@@ -203,19 +205,17 @@ int chFileReplacer::CopyFrom(int fdSource, int* pnCalls)
 
 int chFileReplacer::Commit()
 {
-    if (m_pStream == nullptr)
+    if (!m_pStream)
         return -EBADF;
     errno = 0;
     int nErr = 0;
-    if (fflush(m_pStream) != 0 || ferror(m_pStream) != 0)
+    if (fflush(m_pStream.Get()) != 0 || ferror(m_pStream.Get()) != 0)
         nErr = errno != 0 ? -errno : -EIO;
-    (void)fclose(m_pStream); // the cookie has no close of its own: the descriptor is ours
-    m_pStream = nullptr;
-    if (nErr == 0 && fsync(m_fd) != 0)
+    (void)m_pStream.Close(); // the cookie has no close of its own: the descriptor is ours
+    if (nErr == 0 && fsync(m_fd.Get()) != 0)
         nErr = -errno;
-    if (close(m_fd) != 0 && nErr == 0)
+    if (m_fd.Close() != 0 && nErr == 0)
         nErr = -errno;
-    m_fd = -1;
     if (nErr == 0 && rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
         nErr = -errno;
     if (nErr != 0) {
@@ -232,17 +232,9 @@ int chFileReplacer::Commit()
 
 void chFileReplacer::Abort()
 {
-    if (m_pStream != nullptr) {
-        // Whatever is still buffered must not reach the file: the descriptor goes first.
-        if (m_fd >= 0)
-            (void)close(m_fd);
-        m_fd = -1;
-        (void)fclose(m_pStream);
-        m_pStream = nullptr;
-    }
-    if (m_fd >= 0)
-        (void)close(m_fd);
-    m_fd = -1;
+    // Whatever is still buffered must not reach the file: the descriptor goes first.
+    m_fd.Reset();
+    m_pStream.Reset();
     if (!m_strTemp.empty())
         (void)unlink(m_strTemp.c_str());
     m_strTemp.clear();

@@ -231,7 +231,7 @@ struct chThreadLocal::Impl {
     chInspectProvider* pInspect = nullptr;
     chMsgCounters counters;
 
-    int fd = -1;
+    ETL_BaseHelper::chScopedFd fd;
     ETL_BaseHelper::chScopedFd fdLock;
     int nTask = 0; // the task that registered the thread
     std::string strSocketPath;
@@ -266,9 +266,9 @@ struct chThreadLocal::Impl {
 
     void WakeLoopLocked()
     {
-        if (bLoopWaiting && !bWakeSent && fd >= 0) {
+        if (bLoopWaiting && !bWakeSent && fd) {
             bWakeSent = true;
-            (void)sendto(fd, nullptr, 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&selfAddr), nSelfLen);
+            (void)sendto(fd.Get(), nullptr, 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&selfAddr), nSelfLen);
         }
     }
 
@@ -315,11 +315,11 @@ struct chThreadLocal::Impl {
     // header is peeked first, so the extra bytes go straight into a block of their own size.
     void ReadSocketLocked()
     {
-        while (fd >= 0 && !QueueFullLocked()) {
+        while (fd && !QueueFullLocked()) {
             unsigned char aHead[wire::HEADER_SIZE];
             sockaddr_un from{};
             socklen_t nFromLen = sizeof(from);
-            ssize_t nGot = recvfrom(fd, aHead, sizeof(aHead), MSG_DONTWAIT | MSG_PEEK | MSG_TRUNC,
+            ssize_t nGot = recvfrom(fd.Get(), aHead, sizeof(aHead), MSG_DONTWAIT | MSG_PEEK | MSG_TRUNC,
                                     reinterpret_cast<sockaddr*>(&from), &nFromLen);
             if (nGot < 0) {
                 if (errno == EINTR)
@@ -334,7 +334,7 @@ struct chThreadLocal::Impl {
             msghdr mh{};
             mh.msg_iov = aIov;
             mh.msg_iovlen = msg.vecExtra.empty() ? 1 : 2;
-            if (recvmsg(fd, &mh, MSG_DONTWAIT) < 0)
+            if (recvmsg(fd.Get(), &mh, MSG_DONTWAIT) < 0)
                 return;
             if (!bTake)
                 continue;
@@ -343,7 +343,7 @@ struct chThreadLocal::Impl {
             PushLocked(std::move(msg));
         }
         // Counted once per stall, not at every tick the receiver finds the bound still reached.
-        if (fd >= 0 && QueueFullLocked() && !bFullCounted) {
+        if (fd && QueueFullLocked() && !bFullCounted) {
             bFullCounted = true;
             CFG_COUNT(++counters.nQueueFull);
         }
@@ -366,7 +366,7 @@ struct chThreadLocal::Impl {
             return;
         }
         timeval tv{nWanted / 1000, (nWanted % 1000) * 1000};
-        if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
+        if (setsockopt(fd.Get(), SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv)) == 0)
             nWaitLimitMs = nWanted;
     }
 
@@ -416,7 +416,7 @@ struct chThreadLocal::Impl {
             SetWaitLimit(bTimer, tNext);
             sockaddr_un from{};
             socklen_t nFromLen = sizeof(from);
-            ssize_t nGot = recvfrom(fd, pBuf, nBufSize, MSG_TRUNC, reinterpret_cast<sockaddr*>(&from), &nFromLen);
+            ssize_t nGot = recvfrom(fd.Get(), pBuf, nBufSize, MSG_TRUNC, reinterpret_cast<sockaddr*>(&from), &nFromLen);
             if (nGot < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 // The socket itself has failed: no message can come any more.
                 ETL_TraceHelper::etlTrace(2, "msgqueue[%s]: cannot read the socket: %s", strName.c_str(), strerror(errno));
@@ -459,7 +459,7 @@ struct chThreadLocal::Impl {
                 socklen_t nFromLen)
     {
         ReplyContext ctx;
-        ctx.fd = fd;
+        ctx.fd = fd.Get();
         ctx.nSeq = header.nSeq;
         ctx.bWantsReply = header.nKind == wire::KIND_SEND && nFromLen > sizeof(sa_family_t);
         ctx.addr = from;
@@ -507,7 +507,7 @@ struct chThreadLocal::Impl {
                 bStuck = nProgress == nSeen;
             } else {
                 lock.unlock();
-                pollfd pfd{fd, POLLIN, 0};
+                pollfd pfd{fd.Get(), POLLIN, 0};
                 (void)poll(&pfd, 1, static_cast<int>(tick.count()));
                 lock.lock();
                 if (bStopping || bLoopWaiting)
@@ -688,7 +688,7 @@ int chThreadLocal::Run()
         // Ready is told just before the loop reads, so that whoever waits for it finds a ping
         // answered.
         (void)NotifyServiceManager("READY=1");
-        if (impl.fd >= 0) {
+        if (impl.fd) {
             impl.RunLoop();
         } else {
             while (!impl.bExit.load() && !impl.StopSignalled())
@@ -753,7 +753,7 @@ uCSystemShareHelper& uCSystemShareHelper::getGlobalObject()
 int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
 {
     chThreadLocal::Impl& impl = *thread.GetImpl();
-    if (impl.fd >= 0)
+    if (impl.fd)
         return 0;
     std::string strPath = wire::ThreadSocketPath(impl.strName.c_str());
     if (strPath.empty()) {
@@ -796,8 +796,8 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
         ETL_TraceHelper::etlTrace(2, "msgqueue: cannot bind [%s]: %s", impl.strName.c_str(), strerror(errno));
         return -1;
     }
-    int fd = fdSocket.Release();
-    impl.fd = fd;
+    impl.fd = std::move(fdSocket);
+    int fd = impl.fd.Get();
     impl.fdLock = std::move(fdLock);
     impl.nTask = ETL_MiscHelper::etlGetCurrentTaskId();
     {
@@ -838,7 +838,7 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
 int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
 {
     chThreadLocal::Impl& impl = *thread.GetImpl();
-    if (impl.fd < 0)
+    if (!impl.fd)
         return 0;
     {
         std::lock_guard<std::mutex> lock(LocalThreadsMutex());
@@ -852,14 +852,13 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
     }
     impl.cvReceiver.notify_all();
     (void)unlink(impl.strSocketPath.c_str());
-    (void)shutdown(impl.fd, SHUT_RDWR);
+    (void)shutdown(impl.fd.Get(), SHUT_RDWR);
     if (impl.bReceiverRunning)
         (void)pthread_join(impl.receiver, nullptr);
     impl.bReceiverRunning = false;
-    int nExpected = impl.fd;
+    int nExpected = impl.fd.Get();
     (void)g_fdWake.compare_exchange_strong(nExpected, -1);
-    (void)close(impl.fd);
-    impl.fd = -1;
+    impl.fd.Reset();
     (void)unlink(impl.strLockPath.c_str());
     impl.fdLock.Reset();
     std::lock_guard<std::mutex> lock(impl.mutex);
