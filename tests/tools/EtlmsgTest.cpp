@@ -8,7 +8,7 @@ using testutil::Etlmsg;
 using testutil::TempDir;
 using testutil::ToolResult;
 
-TEST(Etlmsg, ListenPrintsOneExactLinePerMessage)
+TEST(Etlmsg, ListenPrintsOneExactLinePerMessageAndExitStatuses)
 {
     TempDir root;
     testutil::Child listener;
@@ -23,11 +23,7 @@ TEST(Etlmsg, ListenPrintsOneExactLinePerMessage)
               "id=0xb0209 wparam=0 lparam=0 size=24 data=\"/tmp/mac-locl-autop.cfg\\0\"\n"
               "id=0xb020a wparam=1 lparam=0 size=0 data=\"\"\n"
               "id=0x11 wparam=-3 lparam=2147483647 size=5 data=\"\\0\\\\\\\"\\xffA\"\n");
-}
 
-TEST(Etlmsg, ExitStatuses)
-{
-    TempDir root;
     // 2: no such thread, 3: timed out, 1: bad usage (with the usage text), all before any service.
     const std::pair<std::vector<std::string>, int> kCases[] = {
         {{"send", "nothere", "5"}, 2}, {{"post", "nothere", "5"}, 2}, {{"ping", "nothere"}, 2},
@@ -47,7 +43,6 @@ TEST(Etlmsg, ExitStatuses)
     }
 
     // Over the extra-data limit: refused at the sender, even to a live thread.
-    testutil::Child listener;
     ASSERT_TRUE(listener.Start({testutil::EtlmsgBin(), "listen", "bigThread", "--count", "1"}, root.Path(), root.Path()));
     ASSERT_EQ(Etlmsg(root.Path(), {"wait", "bigThread"}).nExit, 0);
     testutil::WriteFile(root.Join("big.bin"), std::string(65537, 'b'));

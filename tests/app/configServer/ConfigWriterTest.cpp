@@ -3,7 +3,7 @@
 
 using ConfigWriterTest = ItemTableTest;
 
-TEST_F(ConfigWriterTest, LinesSkipsAndOrder)
+TEST_F(ConfigWriterTest, LinesSkipsOrderBackupAndAllNull)
 {
     const std::pair<const char*, uint32_t> kItems[] = {{"z.first", 0},   {"a.second", 0}, {"m.enc", 0x1},
                                                        {"m.reboot", 0x2}, {"m.both", 0x3}, {"m.enc801", 0x801},
@@ -24,10 +24,9 @@ TEST_F(ConfigWriterTest, LinesSkipsAndOrder)
         << "the export passes skipped items silently";
     EXPECT_EQ(Read("/tmp/_custom_config.cfg"), Read("/config/user-local.cfg"));
     EXPECT_EQ(m_server.ExportCustomConfig("/nodir/x.cfg"), 0);
-}
 
-TEST_F(ConfigWriterTest, BackupRestoreAndAllNull)
-{
+    // The ".bak" step and the all-null mode.
+    ClearM7Model();
     Write("/config/user-local.cfg", "#!version:1.0.0.1\nold = 1\n");
     SetM7Item("n.one", "abc", 0);
     SetM7Item("n.reboot", "r", 0x2);

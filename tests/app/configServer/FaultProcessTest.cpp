@@ -144,7 +144,6 @@ TEST_F(FaultTest, FloodFromFourProcessesLosesNothing)
         nAfterRss = service.Ping() ? RssAnonKb(service.Process().Pid()) : -1;
         return nAfterRss >= 0 && nAfterRss <= nIdleRss + nAllowedKb;
     }, 30000)) << "RssAnon " << nIdleRss << " KiB idle, " << nAfterRss << " KiB after";
-    printf("RssAnon %ld KiB idle, %ld KiB after the flood\n", nIdleRss, nAfterRss);
     EXPECT_EQ(testutil::CountOf(listener.Finish(), strUpgrade), nReloads) << "one 0xb0209 per reload";
 }
 

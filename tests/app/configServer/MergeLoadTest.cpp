@@ -6,23 +6,9 @@
 
 using MergeLoadTest = ItemTableTest;
 
-TEST_F(MergeLoadTest, PrecedenceWithinAndAcrossFiles)
+// Which line wins, within a file and over what was loaded before, is the repeated-names test's.
+TEST_F(MergeLoadTest, MissingFiles)
 {
-    Write("/tmp/a.cfg", "#!version:1.0.0.1\ntest.plain = first\ntest.other = a\ntest.plain = second\n");
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 0, 0), 1);
-    EXPECT_EQ(Value("test.plain"), "second") << "a later line wins when repetition is not skipped";
-    ClearM7Model();
-    std::string strOut = Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/a.cfg", 1, 0), 1); });
-    EXPECT_EQ(Value("test.plain"), "first");
-    EXPECT_EQ(strOut, "MergeLoadM7Model: skip repetition:[test.plain] \n");
-
-    Write("/tmp/b.cfg", "test.other = b\nnew.name = n\n");
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 1, 0), 1);
-    EXPECT_EQ(Value("test.other"), "a") << "skip repetition keeps what was loaded before";
-    EXPECT_EQ(Value("new.name"), "n") << "and adds what is missing";
-    EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/b.cfg", 0, 0), 1);
-    EXPECT_EQ(Value("test.other"), "b");
-
     EXPECT_EQ(Printed([&] { EXPECT_EQ(m_server.MergeLoadM7Model("/tmp/missing.cfg", 0, 0), 0); }),
               "open[/tmp/missing.cfg] failed!\n");
     EXPECT_EQ(m_server.LoadM7Model(nullptr, 0), 0);

@@ -81,7 +81,7 @@ protected:
     testutil::TempDir m_root;
 };
 
-// The item table, empty, with a service object on the root (not running).
+// The item table, emptied before each test, with a service object on the root (not running).
 class ItemTableTest : public ServiceRootTest {
 protected:
     void SetUp() override
@@ -90,12 +90,6 @@ protected:
         ClearM7Model();
         ignoreM7List.Clear();
         m_server.SetUserCfgPath("/config/user-local.cfg");
-    }
-    void TearDown() override
-    {
-        ClearM7Model();
-        ignoreM7List.Clear();
-        ServiceRootTest::TearDown();
     }
     std::string Value(const std::string& strName) const
     {

