@@ -4,6 +4,7 @@
 #include "ETL_FileHelper.h"
 
 #include "ETL_TraceHelper.h"
+#include "SlotTable.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -189,20 +190,11 @@ private:
     template <class FName>
     void Grow(FName nameOf)
     {
-        std::vector<uint32_t> vecOld;
-        vecOld.swap(m_vecSlots);
-        m_vecSlots.assign(vecOld.empty() ? 64 : vecOld.size() * 2, 0);
-        size_t nMask = m_vecSlots.size() - 1;
-        for (uint32_t nSlot : vecOld) {
-            if (nSlot == 0)
-                continue;
+        ETL_PlatformSlots::GrowSlots(m_vecSlots, 64, [&](uint32_t nSlot) {
             uint32_t nOwner = 0;
             std::string_view name = nameOf(nSlot - 1, nOwner);
-            size_t i = Hash(nOwner, name) & nMask;
-            while (m_vecSlots[i] != 0)
-                i = (i + 1) & nMask;
-            m_vecSlots[i] = nSlot;
-        }
+            return Hash(nOwner, name);
+        });
     }
 
     std::vector<uint32_t> m_vecSlots;

@@ -6,6 +6,7 @@
 #include "ETL_RegistryHelper.h"
 #include "ETL_StringHelper.h"
 #include "ETL_TraceHelper.h"
+#include "SlotTable.h"
 
 #include <algorithm>
 #include <charconv>
@@ -171,18 +172,7 @@ private:
     template <class HashOf>
     void Grow(HashOf hashOf)
     {
-        std::vector<uint32_t> vecOld;
-        vecOld.swap(m_vecSlots);
-        m_vecSlots.assign(vecOld.empty() ? 16 : vecOld.size() * 2, 0);
-        size_t nMask = m_vecSlots.size() - 1;
-        for (uint32_t nSlot : vecOld) {
-            if (nSlot == 0)
-                continue;
-            size_t i = hashOf((nSlot & kEntryMask) - 1) & nMask;
-            while (m_vecSlots[i] != 0)
-                i = (i + 1) & nMask;
-            m_vecSlots[i] = nSlot;
-        }
+        ETL_PlatformSlots::GrowSlots(m_vecSlots, 16, [&](uint32_t nSlot) { return hashOf((nSlot & kEntryMask) - 1); });
     }
 
     std::vector<uint32_t> m_vecSlots;
