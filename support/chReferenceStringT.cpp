@@ -5,6 +5,7 @@
 #include "chReferenceStringT.h"
 
 #include "ETL_StringHelper.h"
+#include "chTextArena.h"
 
 #include <cstdarg>
 #include <cstring>
@@ -44,6 +45,16 @@ chStringData* AllocBlock(int32_t nCapacity)
     return pData;
 }
 
+// One owner less: the last owner of an ordinary block frees it; of an arena block, tells the arena.
+void DropRef(chStringData* pData)
+{
+    int32_t nLeft = --pData->nRefs;
+    if (nLeft <= 0)
+        dynamicAlloc::free(pData);
+    else if (nLeft == chTextArena::kRefBase)
+        chTextArena::ReleaseBlock(pData);
+}
+
 size_t Length16(const uint16_t* p)
 {
     size_t n = 0;
@@ -76,9 +87,7 @@ void chReferenceStringT<char>::Release()
 {
     if (m_pText == Sentinel())
         return;
-    chStringData* pData = DataOf(m_pText);
-    if (--pData->nRefs <= 0)
-        dynamicAlloc::free(pData);
+    DropRef(DataOf(m_pText));
 }
 
 chStringData* chReferenceStringT<char>::GetData() const
@@ -119,8 +128,8 @@ void chReferenceStringT<char>::MakeEmpty()
         return;
     chStringData* pData = DataOf(m_pText);
     if (pData->nRefs > 1) {
-        --pData->nRefs;
         m_pText = Sentinel();
+        DropRef(pData);
         return;
     }
     // A sole owner keeps its block for the next text.
@@ -160,8 +169,8 @@ chStringData* chReferenceStringT<char>::PrepareTextBuffer(int n)
         return pNew;
     }
 
-    // Shared: leave the block to the others and write into a private one.
-    --pOld->nRefs;
+    // Shared: leave the block to the others and write into a private one. The reference goes
+    // last: an arena block may be unmapped with it.
     int32_t nOldCap = pOld->nCapacity;
     int32_t nNewCap;
     if (n >= 1)
@@ -180,6 +189,7 @@ chStringData* chReferenceStringT<char>::PrepareTextBuffer(int n)
         pNew->nLength = pOld->nLength == -1 ? -1 : (pOld->nLength < nNewCap ? pOld->nLength : nNewCap);
     }
     m_pText = pNew->Text();
+    DropRef(pOld);
     return pNew;
 }
 

@@ -21,6 +21,8 @@ extern const char szNULL[4];
 template <class T>
 class chReferenceStringT;
 
+class chTextArena;
+
 template <>
 class chReferenceStringT<char> {
 public:
@@ -49,6 +51,7 @@ public:
     chStringData* GetData() const;
 
     friend chReferenceStringT operator+(const chReferenceStringT& left, const char* szRight);
+    friend class chTextArena; // hands out strings on its own blocks
 
 private:
     void Release();

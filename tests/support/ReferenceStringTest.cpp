@@ -1,9 +1,11 @@
 // The text string: sharing, private copies, cutting, growth, concatenation and formatting.
 #include "chReferenceStringT.h"
+#include "chTextArena.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 using ETL_StringHelper::chStringA;
 using ETL_StringHelper::chStringData;
@@ -114,4 +116,45 @@ TEST(ReferenceString, FormatEstimateAndResult)
     chStringA star = fmtString("%*d", 100, 5);
     EXPECT_EQ(star.GetLength(), 32);
     EXPECT_EQ(std::strlen(star.c_str()), 32u);
+}
+
+// Arena strings behave as ordinary ones, are never written in place, and their chunk goes back
+// once the last string holding one of its blocks is gone, whatever path let go of it.
+TEST(TextArena, StringsReadAsOrdinaryOnesAndChunksGoBackWithTheirLastBlock)
+{
+    size_t nBefore = ETL_StringHelper::chTextArena::LiveChunks();
+    {
+        ETL_StringHelper::chTextArena arena;
+        chStringA name = arena.Make("account.1.label=x", 15);
+        EXPECT_STREQ(name.c_str(), "account.1.label");
+        EXPECT_EQ(name.GetLength(), 15);
+        EXPECT_TRUE(ZeroBehindText(name));
+        EXPECT_TRUE(arena.Make("", 3).IsEmpty());
+        EXPECT_STREQ(arena.Make("ab\0cd", 5).c_str(), "ab");
+
+        chStringA copy = name;
+        copy.PrepareTextBuffer(4); // a writer gets its own block; the arena's stays as it was
+        copy.PrepareTextBuffer(4);
+        EXPECT_NE(copy.GetData(), name.GetData());
+        EXPECT_STREQ(copy.c_str(), "acco");
+        EXPECT_STREQ(name.c_str(), "account.1.label");
+        chStringA grown = name + ".2";
+        EXPECT_STREQ(grown.c_str(), "account.1.label.2");
+
+        // Enough blocks to fill more than one chunk; each let go by a different path.
+        std::vector<chStringA> vecTexts;
+        for (int i = 0; i < 3000; ++i)
+            vecTexts.push_back(arena.Make("value_of_some_length_0123456789", 31));
+        EXPECT_GE(ETL_StringHelper::chTextArena::LiveChunks(), nBefore + 2);
+        for (size_t i = 0; i < vecTexts.size(); ++i) {
+            if (i % 3 == 0)
+                vecTexts[i] = "";
+            else if (i % 3 == 1)
+                vecTexts[i].CopyTextFrom("other", -1);
+        }
+        vecTexts.clear();
+        name = "";
+        copy = chStringA();
+    }
+    EXPECT_EQ(ETL_StringHelper::chTextArena::LiveChunks(), nBefore);
 }

@@ -87,6 +87,46 @@ void CM7SentinelList<TNode, TPayload>::Clear()
 template class CM7SentinelList<CM7ListNode, CM7Item*>;
 template class CM7SentinelList<CM7IgnoreNode, CM7IgnoreItem>;
 
+// ---- the records ----
+
+namespace {
+
+// Records come from blocks and go back all together when the table is cleared, the only time a
+// record goes: one costs its own size and no allocator header.
+const uint32_t kItemsPerBlock = 128;
+
+struct CM7ItemBlock {
+    CM7ItemBlock* pBefore;
+    alignas(CM7Item) unsigned char aRaw[sizeof(CM7Item) * kItemsPerBlock];
+};
+
+CM7ItemBlock* g_pItemBlocks = nullptr; // newest first
+uint32_t g_nItemsInBlock = 0;
+
+void FreeM7ItemBlocks()
+{
+    while (g_pItemBlocks != nullptr) {
+        CM7ItemBlock* pBefore = g_pItemBlocks->pBefore;
+        delete g_pItemBlocks;
+        g_pItemBlocks = pBefore;
+    }
+    g_nItemsInBlock = 0;
+}
+
+} // namespace
+
+CM7Item* NewM7Item(const chStringA& strName, const chStringA& strValue, uint32_t nAttr)
+{
+    if (g_pItemBlocks == nullptr || g_nItemsInBlock == kItemsPerBlock) {
+        CM7ItemBlock* pBlock = ETL_NEW CM7ItemBlock;
+        pBlock->pBefore = g_pItemBlocks;
+        g_pItemBlocks = pBlock;
+        g_nItemsInBlock = 0;
+    }
+    void* pRaw = g_pItemBlocks->aRaw + sizeof(CM7Item) * g_nItemsInBlock++;
+    return new (pRaw) CM7Item{strName, strValue, nAttr};
+}
+
 // ---- CM7ItemMap ----
 
 namespace {
@@ -288,10 +328,12 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
     if (bReleaseRecords && m_nCount >= 1 && m_nBucketCount != 0 && m_ppBuckets != nullptr) {
         for (uint32_t b = 0; b < m_nBucketCount; ++b) {
             for (CM7MapNode* pNode = m_ppBuckets[b]; pNode != nullptr; pNode = pNode->pNext) {
-                delete pNode->pValue;
+                if (pNode->pValue != nullptr)
+                    pNode->pValue->~CM7Item();
                 pNode->pValue = nullptr;
             }
         }
+        FreeM7ItemBlocks();
     }
     // 2. The keys, then the bucket array and the index.
     for (uint32_t n = 0; n < m_nCount; ++n)
@@ -353,7 +395,7 @@ bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)
     }
     CM7Item* pItem = FindM7Item(szName);
     if (pItem == nullptr) {
-        AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szValue), nAttr});
+        AppendM7Item(NewM7Item(chStringA(szName), chStringA(szValue), nAttr));
         return true;
     }
     pItem->attr = nAttr;

@@ -10,7 +10,7 @@
 
 using ETL_StringHelper::chStringA;
 
-// One configuration item; allocated with the platform operators, released with the plain ones.
+// One configuration item; made by NewM7Item, released with the whole table by ClearM7Model.
 struct CM7Item {
     chStringA name;
     chStringA value; // exactly as a configuration text carries it; may be empty
@@ -163,6 +163,8 @@ extern CM7IgnoreList ignoreM7List;
 // Nonzero while registry saves have changed the table since the user file was last written.
 extern int32_t m7ModelChanged;
 
+// A record from the table's pool. Records are only ever released all together, by ClearM7Model.
+CM7Item* NewM7Item(const chStringA& strName, const chStringA& strValue, uint32_t nAttr);
 // The record of the name, or null.
 CM7Item* FindM7Item(const char* szName);
 // Appends a fully built record to the list, then enters it in the map. Every caller has just

@@ -8,6 +8,7 @@
 #include "M7Ignore.h"
 #include "M7Mapping.h"
 #include "M7Store.h"
+#include "chTextArena.h"
 #include "configParser.h"
 
 #include <cerrno>
@@ -21,6 +22,12 @@ namespace {
 // Lines of a merge are taken in batches, so that the names of a batch are looked up together
 // (CM7ItemMap::FindMany); each line is then applied, and its message printed, in file order.
 constexpr size_t kMergeBatch = 32;
+
+// The texts a merge brings in live as long as their items and are only read: they go into
+// arenas, names apart from values, so that the chunks of values a later merge replaces empty out
+// whole and are returned.
+ETL_StringHelper::chTextArena g_nameArena;
+ETL_StringHelper::chTextArena g_valueArena;
 
 enum EMergeLine { MERGE_ITEM, MERGE_IGNORED, MERGE_FLAGGED };
 
@@ -59,7 +66,7 @@ void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
         CM7MapNode* pNode = pLookup->pFound != nullptr ? pLookup->pFound : m7ItemMap.FindSince(*pLookup);
         ++pLookup;
         if (pNode == nullptr) {
-            AppendM7Item(ETL_NEW CM7Item{line.strName, line.strValue, line.nFlags});
+            AppendM7Item(NewM7Item(line.strName, line.strValue, line.nFlags));
         } else if (bSkipRepetition != 0) {
             printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
         } else {
@@ -85,11 +92,8 @@ int MergeM7Text(const char* szPath, int bSkipRepetition, int bInvert)
     while (reader.NextInPlace(pName, nName, pValue, nValue) != 0) {
         // Copied straight from the reader's buffer: a line's texts are copied once.
         CMergeLine& line = lines[nLines++];
-        line.strName.CopyTextFrom(pName, static_cast<int>(nName));
-        if (nValue == 0)
-            line.strValue = "";
-        else
-            line.strValue.CopyTextFrom(pValue, static_cast<int>(nValue));
+        line.strName = g_nameArena.Make(pName, static_cast<int>(nName));
+        line.strValue = g_valueArena.Make(pValue, static_cast<int>(nValue));
         line.nFlags = 0;
         line.eKind = MERGE_ITEM;
         if (IgnoreUserCfg(line.strName.c_str()) != 0) {

@@ -41,7 +41,7 @@ int RegistrySaveFilter(const char* szFile, const char* szSection, const char* sz
         pItem->attr = nAttr;
         SetM7ItemValue(*pItem, chStringA(szItemValue));
     } else {
-        AppendM7Item(ETL_NEW CM7Item{chStringA(szName), chStringA(szItemValue), nAttr});
+        AppendM7Item(NewM7Item(chStringA(szName), chStringA(szItemValue), nAttr));
     }
     return 0;
 }

@@ -1,0 +1,120 @@
+// Chunks of text blocks for read-mostly strings. A chunk is mapped at an address aligned to its
+// size, so that a block finds its chunk's header from its own address.
+#include "chTextArena.h"
+
+#include <cstring>
+#include <new>
+#include <sys/mman.h>
+
+namespace ETL_StringHelper {
+
+struct chTextArena::Chunk {
+    uint32_t nLive;   // blocks still owned by some string
+    uint32_t nUsed;   // bytes handed out, the header included
+    bool bCurrent;    // the arena still carves from it, so it stays mapped while empty
+};
+
+namespace {
+
+const size_t kChunkSize = 64 * 1024;
+const size_t kHeaderSize = 16; // the chunk's own words; blocks follow, 4-aligned
+size_t g_nLiveChunks = 0;
+
+size_t BlockBytes(int nLength)
+{
+    // Header, text, terminator, rounded to the header words' alignment.
+    return (sizeof(chStringData) + static_cast<size_t>(nLength) + 1 + 3) & ~static_cast<size_t>(3);
+}
+
+void* MapAligned()
+{
+    // Twice the size, then the unaligned ends go back.
+    void* pRaw = mmap(nullptr, 2 * kChunkSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pRaw == MAP_FAILED)
+        return nullptr;
+    uintptr_t nRaw = reinterpret_cast<uintptr_t>(pRaw);
+    uintptr_t nAligned = (nRaw + kChunkSize - 1) & ~(kChunkSize - 1);
+    if (nAligned > nRaw)
+        (void)munmap(pRaw, nAligned - nRaw);
+    size_t nTail = nRaw + 2 * kChunkSize - (nAligned + kChunkSize);
+    if (nTail > 0)
+        (void)munmap(reinterpret_cast<void*>(nAligned + kChunkSize), nTail);
+    ++g_nLiveChunks;
+    return reinterpret_cast<void*>(nAligned);
+}
+
+void Unmap(void* pChunk)
+{
+    (void)munmap(pChunk, kChunkSize);
+    --g_nLiveChunks;
+}
+
+} // namespace
+
+chTextArena::~chTextArena()
+{
+    if (m_pCurrent == nullptr)
+        return;
+    m_pCurrent->bCurrent = false;
+    if (m_pCurrent->nLive == 0)
+        Unmap(m_pCurrent);
+}
+
+size_t chTextArena::LiveChunks()
+{
+    return g_nLiveChunks;
+}
+
+chReferenceStringT<char> chTextArena::Make(const char* pText, int nCount)
+{
+    static_assert(sizeof(Chunk) <= kHeaderSize, "chunk header");
+    chReferenceStringT<char> str;
+    if (pText == nullptr || nCount <= 0)
+        return str;
+    int nLength = static_cast<int>(strnlen(pText, static_cast<size_t>(nCount)));
+    if (nLength == 0)
+        return str;
+    size_t nBytes = BlockBytes(nLength);
+    if (nBytes > kChunkSize - kHeaderSize) {
+        str.CopyTextFrom(pText, nLength);
+        return str;
+    }
+    if (m_pCurrent == nullptr || m_pCurrent->nUsed + nBytes > kChunkSize) {
+        Chunk* pOld = m_pCurrent;
+        void* pNew = MapAligned();
+        if (pNew == nullptr) {
+            str.CopyTextFrom(pText, nLength);
+            return str;
+        }
+        m_pCurrent = new (pNew) Chunk{0, static_cast<uint32_t>(kHeaderSize), true};
+        if (pOld != nullptr) {
+            pOld->bCurrent = false;
+            if (pOld->nLive == 0)
+                Unmap(pOld);
+        }
+    }
+    chStringData* pData = reinterpret_cast<chStringData*>(reinterpret_cast<char*>(m_pCurrent) + m_pCurrent->nUsed);
+    m_pCurrent->nUsed += static_cast<uint32_t>(nBytes);
+    ++m_pCurrent->nLive;
+    // Capacity is the text itself: nothing is ever written into an arena block after this.
+    pData->nCapacity = nLength;
+    pData->nRefs = kRefBase + 1;
+    pData->nLength = nLength;
+    std::memcpy(pData->Text(), pText, static_cast<size_t>(nLength));
+    std::memset(pData->Text() + nLength, 0, nBytes - sizeof(chStringData) - static_cast<size_t>(nLength));
+    str.m_pText = pData->Text();
+    return str;
+}
+
+void chTextArena::ReleaseBlock(chStringData* pData)
+{
+    Chunk* pChunk = reinterpret_cast<Chunk*>(reinterpret_cast<uintptr_t>(pData) & ~(kChunkSize - 1));
+    if (--pChunk->nLive != 0)
+        return;
+    if (pChunk->bCurrent)
+        pChunk->nUsed = static_cast<uint32_t>(kHeaderSize); // carve it again from the start
+    else
+        Unmap(pChunk);
+}
+
+} // namespace ETL_StringHelper
