@@ -82,19 +82,29 @@ int etlReadWholeFile(const char* szPath, std::string& strOut, size_t nMaxBytes)
         return -EISDIR;
     if (static_cast<size_t>(st.st_size) > nMaxBytes)
         return -EFBIG;
-    char buf[65536];
+    // Read straight into the string: a buffer on the stack would stay resident for the
+    // process's life. The file may still grow while it is read, up to the limit.
+    size_t nHave = 0;
+    strOut.resize(static_cast<size_t>(st.st_size) + 1);
     for (;;) {
-        ssize_t n = read(fd.Get(), buf, sizeof(buf));
+        if (nHave == strOut.size())
+            strOut.resize(std::min(nMaxBytes, nHave * 2) + 1); // one past the limit shows it was passed
+        ssize_t n = read(fd.Get(), &strOut[nHave], strOut.size() - nHave);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0)
+        if (n < 0) {
+            strOut.clear();
             return -errno;
+        }
         if (n == 0)
             break;
-        strOut.append(buf, static_cast<size_t>(n));
-        if (strOut.size() > nMaxBytes)
+        nHave += static_cast<size_t>(n);
+        if (nHave > nMaxBytes) {
+            strOut.clear();
             return -EFBIG;
+        }
     }
+    strOut.resize(nHave);
     return 0;
 }
 
