@@ -59,7 +59,32 @@ namespace {
 // Every name passes the list on each load, so the list is turned into hash sets once: strncmp
 // over n characters is equality of the first n characters when the pattern has at least n, and
 // equality of the whole texts when it is shorter.
-typedef std::unordered_set<std::string_view> ViewSet;
+// A set that knows the lengths of its texts: most names have none of them, and are then passed
+// without being hashed.
+class ViewSet {
+public:
+    void insert(std::string_view text)
+    {
+        m_nLengths |= LengthBit(text.size());
+        m_set.insert(text);
+    }
+    size_t count(std::string_view text) const
+    {
+        return (m_nLengths & LengthBit(text.size())) == 0 ? 0 : m_set.count(text);
+    }
+    void clear()
+    {
+        m_set.clear();
+        m_nLengths = 0;
+    }
+
+private:
+    // Bit n for length n; the top bit stands for every length from 63 up.
+    static uint64_t LengthBit(size_t nLength) { return uint64_t(1) << (nLength < 63 ? nLength : 63); }
+
+    std::unordered_set<std::string_view> m_set;
+    uint64_t m_nLengths = 0;
+};
 
 struct IgnoreIndex {
     uint64_t nVersion = UINT64_MAX;

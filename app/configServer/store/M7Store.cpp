@@ -268,7 +268,12 @@ CM7MapNode* CM7ItemMap::TakeNode()
 
 void CM7ItemMap::InsertAbsent(const chStringA& strKey, CM7Item* pItem)
 {
-    LinkNew(strKey, Hash(strKey.c_str(), static_cast<size_t>(strKey.GetLength())))->pValue = pItem;
+    InsertAbsent(strKey, Hash(strKey.c_str(), static_cast<size_t>(strKey.GetLength())), pItem);
+}
+
+void CM7ItemMap::InsertAbsent(const chStringA& strKey, uint32_t nHash, CM7Item* pItem)
+{
+    LinkNew(strKey, nHash)->pValue = pItem;
 }
 
 CM7MapNode* CM7ItemMap::LinkNew(const chStringA& strKey, uint32_t nHash)
@@ -379,9 +384,14 @@ CM7Item* FindM7Item(const char* szName)
 
 void AppendM7Item(CM7Item* pItem)
 {
+    AppendM7Item(pItem, CM7ItemMap::Hash(pItem->name.c_str(), static_cast<size_t>(pItem->name.GetLength())));
+}
+
+void AppendM7Item(CM7Item* pItem, uint32_t nNameHash)
+{
     m7Journal.RecordChange(pItem->name, nullptr, pItem->value, pItem->attr);
     m7ItemList.Append(pItem);
-    m7ItemMap.InsertAbsent(pItem->name, pItem);
+    m7ItemMap.InsertAbsent(pItem->name, nNameHash, pItem);
 }
 
 bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr)

@@ -99,8 +99,10 @@ public:
     void FindMany(CM7Lookup* pLookups, size_t nCount) const;
     // A name FindMany did not find, looked up again among the nodes linked since that walk.
     CM7MapNode* FindSince(const CM7Lookup& lookup) const;
-    // Inserts a key the caller knows to be absent, without walking its chain.
+    // Inserts a key the caller knows to be absent, without walking its chain; nHash is its
+    // Hash() when the caller has it already.
     void InsertAbsent(const chStringA& strKey, CM7Item* pItem);
+    void InsertAbsent(const chStringA& strKey, uint32_t nHash, CM7Item* pItem);
 
     // The four steps of clearing the model, on the map's side: records, keys, buckets, blocks.
     void ReleaseAll(bool bReleaseRecords);
@@ -170,6 +172,8 @@ CM7Item* FindM7Item(const char* szName);
 // Appends a fully built record to the list, then enters it in the map. Every caller has just
 // looked the name up and found it absent, so the map links it without walking its chain again.
 void AppendM7Item(CM7Item* pItem);
+// The same, for a caller that has hashed the name already (CM7ItemMap::Hash).
+void AppendM7Item(CM7Item* pItem, uint32_t nNameHash);
 // Sets (or creates) an item; with ATTR_BASE0 the value is stored plus one. True when the item was
 // set, the same value again included (an upload is then due), false for a null name or value.
 bool SetM7Item(const char* szName, const char* szValue, uint32_t nAttr);

@@ -63,10 +63,10 @@ void ApplyMergeBatch(CMergeLine* pLines, size_t nLines, int bSkipRepetition)
             continue;
         }
         // A name absent before the batch may have come in with an earlier line of it.
-        CM7MapNode* pNode = pLookup->pFound != nullptr ? pLookup->pFound : m7ItemMap.FindSince(*pLookup);
-        ++pLookup;
+        const CM7Lookup& lookup = *pLookup++;
+        CM7MapNode* pNode = lookup.pFound != nullptr ? lookup.pFound : m7ItemMap.FindSince(lookup);
         if (pNode == nullptr) {
-            AppendM7Item(NewM7Item(line.strName, line.strValue, line.nFlags));
+            AppendM7Item(NewM7Item(line.strName, line.strValue, line.nFlags), lookup.nHash);
         } else if (bSkipRepetition != 0) {
             printf("MergeLoadM7Model: skip repetition:[%s] \n", szName);
         } else {
