@@ -69,6 +69,12 @@ private:
 // Replaces the file by the text in one step, as above. 0 or -errno.
 int etlReplaceFile(const char* szPath, const std::string& strText);
 
+// Replaces the target, as above, by a second name for the source file itself, so that no byte is
+// copied: the target then holds the source's content for as long as the source is not written in
+// place. 0 or -errno; the caller copies instead when the file system cannot link the two (another
+// file system, no hard links, a read-only target). The target keeps the source's mode.
+int etlReplaceByLink(const char* szSource, const char* szTarget);
+
 // Reads a whole regular file through the root, at most nMaxBytes. 0 or -errno.
 int etlReadWholeFile(const char* szPath, std::string& strOut, size_t nMaxBytes);
 

@@ -3,6 +3,7 @@
 #include "ETL_FileAccess.h"
 #include "ETL_ScopedHandle.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -81,6 +82,39 @@ void RemoveStaleTemps(const std::string& strTarget)
     }
 }
 
+// The file a replacement of szPath writes: a symbolic link's target, so that the link goes on
+// naming the live file. nMode is the existing file's mode, 0 when there is none yet. False with
+// errno set for a target that is not a regular file or cannot be looked at.
+bool ResolveTarget(const char* szPath, std::string& strTarget, mode_t& nMode)
+{
+    strTarget = etlResolvePath(szPath);
+    nMode = 0;
+    struct stat st;
+    if (lstat(strTarget.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+        char* szReal = realpath(strTarget.c_str(), nullptr);
+        if (szReal == nullptr)
+            return false;
+        strTarget = szReal;
+        std::free(szReal);
+    }
+    if (stat(strTarget.c_str(), &st) == 0) {
+        if (!S_ISREG(st.st_mode)) {
+            errno = EINVAL;
+            return false;
+        }
+        nMode = st.st_mode & 07777;
+        return true;
+    }
+    return errno == ENOENT;
+}
+
+void SyncFolderOf(const std::string& strPath)
+{
+    ETL_BaseHelper::chScopedFd fdDir(open(FolderOf(strPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fdDir)
+        (void)fsync(fdDir.Get());
+}
+
 } // namespace
 
 FILE* etlFopenRegular(const char* szPath)
@@ -122,28 +156,11 @@ FILE* chFileReplacer::Open(const char* szPath)
         errno = EINVAL;
         return nullptr;
     }
-    m_strTarget = etlResolvePath(szPath);
-    struct stat st;
     mode_t nMode = 0;
-    if (lstat(m_strTarget.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-        // Replace what the link points to, so that the link goes on naming the live file.
-        char* szReal = realpath(m_strTarget.c_str(), nullptr);
-        if (szReal == nullptr)
-            return nullptr;
-        m_strTarget = szReal;
-        std::free(szReal);
-    }
-    if (stat(m_strTarget.c_str(), &st) == 0) {
-        if (!S_ISREG(st.st_mode)) {
-            errno = EINVAL;
-            return nullptr;
-        }
-        nMode = st.st_mode & 07777;
-    } else if (errno == ENOENT) {
-        nMode = NewFileMode();
-    } else {
+    if (!ResolveTarget(szPath, m_strTarget, nMode))
         return nullptr;
-    }
+    if (nMode == 0)
+        nMode = NewFileMode();
     RemoveStaleTemps(m_strTarget);
     std::string strTemplate = m_strTarget + kTempMark + "XXXXXX";
     std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
@@ -224,9 +241,7 @@ int chFileReplacer::Commit()
     }
     m_strTemp.clear();
     // The rename itself lasts only once the folder is on disk.
-    ETL_BaseHelper::chScopedFd fdDir(open(FolderOf(m_strTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fdDir)
-        (void)fsync(fdDir.Get());
+    SyncFolderOf(m_strTarget);
     return 0;
 }
 
@@ -252,6 +267,56 @@ int etlReplaceFile(const char* szPath, const std::string& strText)
         return nErr;
     }
     return replacer.Commit();
+}
+
+int etlReplaceByLink(const char* szSource, const char* szTarget)
+{
+    if (szSource == nullptr || szTarget == nullptr)
+        return -EINVAL;
+    std::string strSource = etlResolvePath(szSource);
+    ETL_BaseHelper::chScopedFd fdSource(open(strSource.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat st;
+    if (!fdSource || fstat(fdSource.Get(), &st) != 0)
+        return -errno;
+    if (!S_ISREG(st.st_mode))
+        return -EINVAL;
+    std::string strTarget;
+    mode_t nMode = 0;
+    if (!ResolveTarget(szTarget, strTarget, nMode))
+        return errno != 0 ? -errno : -EIO;
+    // Already a name of the same file: renaming one link over another of it would do nothing and
+    // leave the temporary behind.
+    struct stat stTarget;
+    if (stat(strTarget.c_str(), &stTarget) == 0 && stTarget.st_dev == st.st_dev && stTarget.st_ino == st.st_ino)
+        return 0;
+    // The content must be on disk before a second name for it is: a writer elsewhere may not have
+    // synced it. Nothing is written when it is clean already.
+    if (fdatasync(fdSource.Get()) != 0)
+        return -errno;
+    RemoveStaleTemps(strTarget);
+    // A free temporary name the way the replacer makes one; the link then takes it over.
+    std::string strTemplate = strTarget + kTempMark + "XXXXXX";
+    std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
+    vecTemp.push_back('\0');
+    for (int nTry = 0;; ++nTry) {
+        std::copy(strTemplate.begin(), strTemplate.end(), vecTemp.begin());
+        ETL_BaseHelper::chScopedFd fdTemp(mkostemp(vecTemp.data(), O_CLOEXEC));
+        if (!fdTemp)
+            return -errno;
+        fdTemp.Reset();
+        (void)unlink(vecTemp.data());
+        if (linkat(AT_FDCWD, strSource.c_str(), AT_FDCWD, vecTemp.data(), AT_SYMLINK_FOLLOW) == 0)
+            break;
+        if (errno != EEXIST || nTry == 3)
+            return -errno;
+    }
+    if (rename(vecTemp.data(), strTarget.c_str()) != 0) {
+        int nErr = -errno;
+        (void)unlink(vecTemp.data());
+        return nErr;
+    }
+    SyncFolderOf(strTarget);
+    return 0;
 }
 
 } // namespace ETL_FileHelper

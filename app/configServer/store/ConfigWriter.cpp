@@ -83,8 +83,12 @@ EM7WriteResult SaveM7Table(const std::string& strUserPath, const char* szPath, b
     // Keep the previous content in ".bak" first; a missing user file comes back from it.
     if (!strUserPath.empty()) {
         std::string strBackup = strUserPath + ".bak";
-        if (ETL_MiscHelper::pathFileExist(strUserPath.c_str()) != 0)
-            (void)fwCopyFile(strUserPath.c_str(), strBackup.c_str());
+        // A second name for the user file rather than a copy of it: the rewrite below puts a new
+        // file in its place, so the old one lives on as ".bak" alone, and no byte is written twice.
+        if (ETL_MiscHelper::pathFileExist(strUserPath.c_str()) != 0) {
+            if (ETL_FileHelper::etlReplaceByLink(strUserPath.c_str(), strBackup.c_str()) != 0)
+                (void)fwCopyFile(strUserPath.c_str(), strBackup.c_str());
+        }
         else if (ETL_MiscHelper::pathFileExist(strBackup.c_str()) != 0)
             (void)fwCopyFile(strBackup.c_str(), strUserPath.c_str());
     }

@@ -1,6 +1,9 @@
 // The configuration file writer: lines, skips, order, the ".bak" step and the all-null mode.
 #include "ServiceFixture.h"
 
+#include <filesystem>
+#include <iterator>
+
 using ConfigWriterTest = ItemTableTest;
 
 TEST_F(ConfigWriterTest, LinesSkipsOrderBackupAndAllNull)
@@ -39,6 +42,14 @@ TEST_F(ConfigWriterTest, LinesSkipsOrderBackupAndAllNull)
     EXPECT_EQ(Read("/tmp/reset.cfg"), "#!version:1.0.0.1\nn.one = %NULL%\n");
     EXPECT_EQ(Read("/config/user-local.cfg.bak"), "#!version:1.0.0.1\nn.one = abc\n");
     EXPECT_EQ(Read("/config/user-local.cfg"), "#!version:1.0.0.1\nn.one = abc\n");
+
+    // ".bak" and the file are one file now; the next rewrite parts them, and leaves no temporary.
+    SetM7Item("n.two", "2", 0);
+    m_server.SaveUserConfig(nullptr, 0);
+    EXPECT_EQ(Read("/config/user-local.cfg.bak"), "#!version:1.0.0.1\nn.one = abc\n");
+    EXPECT_EQ(Read("/config/user-local.cfg"), "#!version:1.0.0.1\nn.one = abc\nn.two = 2\n");
+    std::filesystem::directory_iterator dir(Real("/config"));
+    EXPECT_EQ(std::distance(begin(dir), end(dir)), 2);
 
     // A missing user file comes back from ".bak" first.
     ASSERT_EQ(std::remove(Real("/config/user-local.cfg").c_str()), 0);
