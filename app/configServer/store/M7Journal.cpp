@@ -18,15 +18,16 @@ namespace {
 
 CM7ChangeOrigin* g_pCurrentOrigin = nullptr;
 
-// The text itself when short enough (shared, no copy), else a copy of its start.
-chStringA Kept(const chStringA& str, bool& bCut)
+// Puts the text itself in strKept when short enough (shared, no copy), else a copy of its start.
+// Assigned in place: a reload changes a hundred thousand items, each one an entry.
+bool KeepText(chStringA& strKept, const chStringA& str)
 {
-    bCut = str.GetLength() > CM7Journal::kMaxText;
-    if (!bCut)
-        return str;
-    chStringA strCut;
-    strCut.CopyTextFrom(str.c_str(), CM7Journal::kMaxText);
-    return strCut;
+    if (str.GetLength() <= CM7Journal::kMaxText) {
+        strKept = str;
+        return false;
+    }
+    strKept.CopyTextFrom(str.c_str(), CM7Journal::kMaxText);
+    return true;
 }
 
 bool SameText(const chStringA& a, const chStringA& b)
@@ -82,7 +83,7 @@ CM7JournalEntry& CM7Journal::Next()
         return m_vecRing.back();
     }
     CM7JournalEntry& entry = m_vecRing[m_nNext];
-    m_nNext = (m_nNext + 1) % m_nCapacity;
+    m_nNext = m_nNext + 1 == m_nCapacity ? 0 : m_nNext + 1;
     return entry;
 }
 
@@ -96,25 +97,24 @@ void CM7Journal::RecordChange(const chStringA& strName, const chStringA* pOld, c
     if ((pOld != nullptr && SameText(*pOld, strNew)) || CM7ChangeOrigin::CountBulk(*this))
         return;
     CM7JournalEntry& entry = Next();
-    bool bCut = false;
     Stamp(entry);
-    entry.strName = Kept(strName, bCut);
-    entry.nFlags = bCut ? CM7JournalEntry::NAME_CUT : 0;
+    uint8_t nFlags = KeepText(entry.strName, strName) ? CM7JournalEntry::NAME_CUT : 0;
     entry.strOrigin = CM7ChangeOrigin::Current();
-    entry.strOld = chStringA();
-    entry.strNew = chStringA();
     if (pOld == nullptr)
-        entry.nFlags |= CM7JournalEntry::NO_OLD;
+        nFlags |= CM7JournalEntry::NO_OLD;
     if ((nAttr & ATTR_ENCRYPT) != 0) {
-        entry.nFlags |= CM7JournalEntry::HIDDEN;
+        entry.strOld = chStringA();
+        entry.strNew = chStringA();
+        entry.nFlags = nFlags | CM7JournalEntry::HIDDEN;
         return;
     }
-    if (pOld != nullptr) {
-        entry.strOld = Kept(*pOld, bCut);
-        entry.nFlags |= bCut ? CM7JournalEntry::OLD_CUT : 0;
-    }
-    entry.strNew = Kept(strNew, bCut);
-    entry.nFlags |= bCut ? CM7JournalEntry::NEW_CUT : 0;
+    if (pOld == nullptr)
+        entry.strOld = chStringA();
+    else if (KeepText(entry.strOld, *pOld))
+        nFlags |= CM7JournalEntry::OLD_CUT;
+    if (KeepText(entry.strNew, strNew))
+        nFlags |= CM7JournalEntry::NEW_CUT;
+    entry.nFlags = nFlags;
 }
 
 void CM7Journal::RecordClear(uint32_t nItems)
