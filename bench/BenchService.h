@@ -90,12 +90,16 @@ private:
     ETL_MsgQueueHelper::msgThread m_hThread = 0;
 };
 
-// A Unix datagram socket bound to strPath (removed again on destruction).
+// A Unix datagram socket bound to strPath (removed again on destruction), with the socket buffers
+// of the message threads, so that a floor runs under the service's conditions.
 class CBenchSocket {
 public:
     explicit CBenchSocket(const std::string& strPath) : m_strPath(strPath)
     {
         m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        int nBuf = 4 * (32 + 65536);
+        (void)setsockopt(m_fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+        (void)setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
         sockaddr_un addr = Address(strPath);
         (void)unlink(strPath.c_str());
         if (m_fd >= 0 && bind(m_fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {

@@ -13,6 +13,9 @@
 #include <unistd.h>
 
 enum { HEADER_SIZE = 32, KIND_SEND = 1, KIND_REPLY = 2 };
+/* The socket buffers of the message threads (four of the largest datagrams), so that the floor
+ * streams under the same conditions as the service. */
+enum { BUF_BYTES = 4 * (HEADER_SIZE + 65536) };
 static const uint32_t kPingId = 0x7f000001u;
 
 static int Bind(const char *szPath)
@@ -23,6 +26,9 @@ static int Bind(const char *szPath)
         fprintf(stderr, "floor_peer: cannot make a socket for \"%s\"\n", szPath);
         exit(1);
     }
+    int nBuf = BUF_BYTES;
+    (void)setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &nBuf, sizeof(nBuf));
+    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &nBuf, sizeof(nBuf));
     memset(&addr, 0, sizeof(addr));
     addr.sun_family = AF_UNIX;
     strcpy(addr.sun_path, szPath);

@@ -44,13 +44,19 @@ bool MakeAddress(const std::string& strPath, sockaddr_un& addr)
 }
 
 // A looked-up name and its socket address, resolved below the root it was resolved for; a
-// change of root (tests do that) resolves it again.
+// change of root (tests do that) resolves it again. Posts go out of a socket of the handle's own,
+// connected to the thread's socket, so that a post costs the kernel no lookup of the path. The
+// socket is never closed while the process runs (another thread may be posting through it); it is
+// connected again after a change of root or when its peer went away (a restarted thread binds a
+// new socket under the same name).
 struct HandleEntry {
     std::string strName;
     std::string strRoot;
     sockaddr_un addr{};
     bool bResolved = false;
     bool bAddressOk = false;
+    ETL_BaseHelper::chScopedFd fdPost;
+    bool bConnected = false;
 };
 
 // Handles are indexes (plus one) into the names looked up so far; stable for the process.
@@ -60,52 +66,82 @@ std::vector<std::unique_ptr<HandleEntry>>& HandleEntries()
     return s_entries;
 }
 
-// Where a message to the handle goes: with ppLocal, the registered thread of this process when
-// there is one (*ppLocal), else the socket address. False for an unknown handle or a name that
-// cannot be addressed. szRoot is the root in force (read once per message).
-bool TargetOf(msgThread hThread, const char* szRoot, sockaddr_un& addr, chThreadLocal::Impl** ppLocal)
+// The handle's entry, its address resolved below szRoot, the root in force (read once per
+// message); null for an unknown handle or a name that cannot be addressed. HandleMutex held.
+HandleEntry* ResolvedEntryLocked(msgThread hThread, const char* szRoot)
 {
-    std::lock_guard<std::mutex> lock(HandleMutex());
     if (hThread == 0 || hThread > HandleEntries().size())
-        return false;
+        return nullptr;
     HandleEntry& entry = *HandleEntries()[hThread - 1];
-    if (ppLocal != nullptr && (*ppLocal = FindLocalThread(entry.strName)) != nullptr)
-        return true;
     if (!entry.bResolved || entry.strRoot != szRoot) {
         entry.bAddressOk = MakeAddress(wire::ThreadSocketPath(entry.strName.c_str()), entry.addr);
         entry.strRoot = szRoot;
         entry.bResolved = true;
+        entry.bConnected = false;
     }
-    addr = entry.addr;
-    return entry.bAddressOk;
+    return entry.bAddressOk ? &entry : nullptr;
 }
 
-// One unbound socket for every post of the process; the kernel waits at most a second for room.
-int PostSocket()
+// The socket address of a message to the handle; false as above.
+bool TargetOf(msgThread hThread, const char* szRoot, sockaddr_un& addr)
 {
-    static int s_fd = wire::OpenMessageSocket(kPostTimeoutMs);
-    return s_fd;
+    std::lock_guard<std::mutex> lock(HandleMutex());
+    HandleEntry* pEntry = ResolvedEntryLocked(hThread, szRoot);
+    if (pEntry == nullptr)
+        return false;
+    addr = pEntry->addr;
+    return true;
 }
 
-// Sends one datagram (header, then nSize extra bytes) to a thread socket. 0, or
-// MSG_SEND_NO_THREAD / MSG_SEND_TIMEOUT.
-int SendDatagram(int fd, const sockaddr_un& addr, const wire::Header& header, const void* pData)
+// Where a post to the handle goes: the registered thread of this process when there is one
+// (pLocal), else the handle's post socket (fd), connected to the thread's socket (anew when
+// bReconnect). False for an unknown handle or a name with no socket to connect to.
+bool PostTargetOf(msgThread hThread, const char* szRoot, bool bReconnect, chThreadLocal::Impl*& pLocal, int& fd)
+{
+    std::lock_guard<std::mutex> lock(HandleMutex());
+    if (hThread == 0 || hThread > HandleEntries().size())
+        return false;
+    if ((pLocal = FindLocalThread(HandleEntries()[hThread - 1]->strName)) != nullptr)
+        return true;
+    HandleEntry* pEntry = ResolvedEntryLocked(hThread, szRoot);
+    if (pEntry == nullptr)
+        return false;
+    if (!pEntry->fdPost) {
+        pEntry->fdPost.Reset(wire::OpenMessageSocket(kPostTimeoutMs));
+        if (!pEntry->fdPost)
+            return false;
+    }
+    if (!pEntry->bConnected || bReconnect)
+        pEntry->bConnected = connect(pEntry->fdPost.Get(), reinterpret_cast<const sockaddr*>(&pEntry->addr),
+                                     sizeof(pEntry->addr)) == 0;
+    fd = pEntry->fdPost.Get();
+    return pEntry->bConnected;
+}
+
+// What SendDatagram tells when the connected peer has gone away.
+constexpr int kSendPeerGone = -1;
+
+// Sends one datagram (header, then nSize extra bytes) to a thread socket at pAddr, or to the
+// socket's peer when pAddr is null. 0, MSG_SEND_NO_THREAD / MSG_SEND_TIMEOUT, or kSendPeerGone.
+int SendDatagram(int fd, const sockaddr_un* pAddr, const wire::Header& header, const void* pData)
 {
     unsigned char aHead[wire::HEADER_SIZE];
     wire::EncodeHeader(header, aHead);
     iovec aIov[2] = {{aHead, sizeof(aHead)}, {const_cast<void*>(pData), header.nSize}};
     msghdr mh{};
-    mh.msg_name = const_cast<sockaddr_un*>(&addr);
-    mh.msg_namelen = sizeof(addr);
+    mh.msg_name = const_cast<sockaddr_un*>(pAddr);
+    mh.msg_namelen = pAddr != nullptr ? sizeof(*pAddr) : 0;
     mh.msg_iov = aIov;
     mh.msg_iovlen = header.nSize > 0 ? 2 : 1;
     std::chrono::steady_clock::time_point tEnd;
     bool bWaiting = false;
     for (;;) {
-        if (sendmsg(fd, &mh, 0) >= 0)
+        if (sendmsg(fd, &mh, MSG_NOSIGNAL) >= 0)
             return MSG_SEND_OK;
         if (errno == EINTR)
             continue;
+        if (pAddr == nullptr && (errno == ECONNREFUSED || errno == ENOTCONN || errno == EPIPE))
+            return kSendPeerGone;
         if (errno != EAGAIN && errno != ENOBUFS)
             return MSG_SEND_NO_THREAD;
         if (!bWaiting) {
@@ -121,18 +157,23 @@ int SendDatagram(int fd, const sockaddr_un& addr, const wire::Header& header, co
 
 int Post(msgThread hThread, const wire::Header& header, const void* pData)
 {
-    sockaddr_un addr;
-    chThreadLocal::Impl* pLocal = nullptr;
-    if (!TargetOf(hThread, ETL_FileHelper::etlRootSetting(), addr, &pLocal))
-        return MSG_SEND_NO_THREAD;
-    if (pLocal != nullptr) {
-        PostToLocalThread(pLocal, header, pData);
-        return MSG_SEND_OK;
+    const char* szRoot = ETL_FileHelper::etlRootSetting();
+    // A peer gone since the last post may have been replaced by a new thread of that name: one
+    // fresh connection, and the post goes there or fails as a post to a missing thread.
+    for (int nTry = 0; nTry < 2; ++nTry) {
+        chThreadLocal::Impl* pLocal = nullptr;
+        int fd = -1;
+        if (!PostTargetOf(hThread, szRoot, nTry > 0, pLocal, fd))
+            return MSG_SEND_NO_THREAD;
+        if (pLocal != nullptr) {
+            PostToLocalThread(pLocal, header, pData);
+            return MSG_SEND_OK;
+        }
+        int nResult = SendDatagram(fd, nullptr, header, pData);
+        if (nResult != kSendPeerGone)
+            return nResult;
     }
-    int fd = PostSocket();
-    if (fd < 0)
-        return MSG_SEND_NO_THREAD;
-    return SendDatagram(fd, addr, header, pData);
+    return MSG_SEND_NO_THREAD;
 }
 
 // The socket a sending thread gets its answers on: bound once to a unique name beside the
@@ -248,7 +289,7 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
         return MSG_SEND_NO_THREAD;
     sockaddr_un addr;
     const char* szRoot = ETL_FileHelper::etlRootSetting();
-    if (!TargetOf(hThread, szRoot, addr, nullptr))
+    if (!TargetOf(hThread, szRoot, addr))
         return MSG_SEND_NO_THREAD;
 
     ReplySocket& own = OwnReplySocket(szRoot);
@@ -265,7 +306,7 @@ int msgSendMsgToThread(msgThread hThread, uint32_t nId, int32_t nWparam, int32_t
     header.nLparam = nLparam;
     header.nSeq = nSerial ^ (static_cast<uint32_t>(getpid()) << 12);
     header.nSize = static_cast<uint32_t>(nSize);
-    int nResult = SendDatagram(fd, addr, header, pData);
+    int nResult = SendDatagram(fd, &addr, header, pData);
 
     // Wait in recv itself (one call per answer); the receive timeout is set only when it changes.
     auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(nTimeoutMs < 0 ? 0 : nTimeoutMs);

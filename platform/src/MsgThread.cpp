@@ -538,6 +538,10 @@ std::map<std::string, chThreadLocal::Impl*>& LocalThreads()
     return s_threads;
 }
 
+// How many there are, readable without the mutex: a process that registered none (a client
+// posting in a burst) looks nothing up per post.
+std::atomic<size_t> g_nLocalThreads{0};
+
 } // namespace
 
 void SetRegistryMessageHandler(RegistryMessageHandler pHandler)
@@ -562,6 +566,8 @@ chThreadLocal::Impl* FindLocalThreadByTask(int nTask)
 
 chThreadLocal::Impl* FindLocalThread(const std::string& strName)
 {
+    if (g_nLocalThreads.load(std::memory_order_acquire) == 0)
+        return nullptr;
     std::lock_guard<std::mutex> lock(LocalThreadsMutex());
     auto it = LocalThreads().find(strName);
     return it == LocalThreads().end() ? nullptr : it->second;
@@ -819,6 +825,7 @@ int uCSystemShareHelper::CreateLocalThread(chThreadLocal& thread)
     {
         std::lock_guard<std::mutex> lock(LocalThreadsMutex());
         LocalThreads()[impl.strName] = &impl;
+        g_nLocalThreads.store(LocalThreads().size(), std::memory_order_release);
     }
     pthread_attr_t attr;
     (void)pthread_attr_init(&attr);
@@ -845,6 +852,7 @@ int uCSystemShareHelper::DestroyLocalThread(chThreadLocal& thread)
         auto it = LocalThreads().find(impl.strName);
         if (it != LocalThreads().end() && it->second == &impl)
             LocalThreads().erase(it);
+        g_nLocalThreads.store(LocalThreads().size(), std::memory_order_release);
     }
     {
         std::lock_guard<std::mutex> lock(impl.mutex);

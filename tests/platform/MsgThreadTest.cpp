@@ -1,5 +1,6 @@
 // Message threads: the datagram checks, a busy receiver in another process that must lose nothing
-// and keep the order, and an idle loop woken by its timer and by another thread of its process.
+// and keep the order (and its successor under the same name), and an idle loop woken by its timer
+// and by another thread of its process.
 #include "ETL_MsgQueueHelper.h"
 #include "MsgPlatform.h"
 #include "MsgWire.h"
@@ -74,6 +75,17 @@ TEST(MsgThread, BusyReceiverLosesNothingAndKeepsOrder)
         ASSERT_EQ(nWparam, i) << "out of order";
     }
     EXPECT_FALSE(lines >> strId);
+
+    // The handle outlives the process: its next post reaches a new holder of the name, and once
+    // none holds it, posts fail.
+    testutil::Child again;
+    ASSERT_TRUE(again.Start({CFG_BUSY_THREAD_BIN}, root.Path(), root.Path()));
+    ASSERT_TRUE(testutil::WaitUntil([&] {
+        return msgSendMsgToThread(hThread, MSG_PLATFORM_PING, 0, 0, 0, nullptr, 1000, &nReply, nullptr) == MSG_SEND_OK;
+    }, 20000));
+    ASSERT_EQ(msgPostMsgToThread(hThread, MSG_PLATFORM_QUIT, 7, 0), 0);
+    EXPECT_EQ(again.Wait(10000), 7);
+    EXPECT_EQ(msgPostMsgToThread(hThread, 0x100, 0, 0), MSG_SEND_NO_THREAD);
     unsetenv("ETL_ROOT");
 }
 
