@@ -9,7 +9,6 @@
 #include "SlotTable.h"
 
 #include <algorithm>
-#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -50,60 +49,273 @@ struct SwitchEntry {
     int nDefault;
 };
 
-// Calls fn(p, n) for each run of an expanded text: literal runs, and the decimal text of the
-// number where "{n}" or "{n+1}" stands. Stops early when fn returns false; false then.
-template <class Fn>
-bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
+// Calls onText(p, n) for each literal run of a template text and onSlot(nAdd) where "{n}" (0) or
+// "{n+1}" (1) stands. Stops early when a callback returns false; false then.
+template <class OnText, class OnSlot>
+bool SplitPieces(const char* szText, bool bExpand, OnText onText, OnSlot onSlot)
 {
     const char* pRun = szText;
     const char* p = bExpand ? std::strchr(szText, '{') : nullptr;
     for (; p != nullptr; p = std::strchr(p + 1, '{')) {
         size_t nSkip = 0;
-        long nValue = n;
+        int nAdd = 0;
         if (p[1] == 'n' && p[2] == '}') {
             nSkip = 3;
-        } else if (p[1] == 'n' && std::strncmp(p + 2, "+1}", 3) == 0) {
+        } else if (p[1] == 'n' && p[2] == '+' && p[3] == '1' && p[4] == '}') {
             nSkip = 5;
-            nValue = n + 1;
+            nAdd = 1;
         } else {
             continue;
         }
-        if (p > pRun && !fn(pRun, static_cast<size_t>(p - pRun)))
+        if (p > pRun && !onText(pRun, static_cast<size_t>(p - pRun)))
             return false;
-        char szNumber[24];
-        auto res = std::to_chars(szNumber, szNumber + sizeof(szNumber), nValue);
-        if (!fn(szNumber, static_cast<size_t>(res.ptr - szNumber)))
+        if (!onSlot(nAdd))
             return false;
         pRun = p + nSkip;
         p = pRun - 1;
     }
     size_t nRest = std::strlen(pRun);
-    return nRest == 0 || fn(pRun, nRest);
+    return nRest == 0 || onText(pRun, nRest);
 }
 
-// FNV-1a, fed piece by piece, so that a stored template and a plain text hash alike.
-struct CTextHash {
-    uint32_t nHash = 2166136261u;
-    void Add(const char* p, size_t n)
-    {
-        for (size_t i = 0; i < n; ++i)
-            nHash = (nHash ^ static_cast<unsigned char>(p[i])) * 16777619u;
-    }
-};
+// Room for the decimal text of any long, sign included.
+constexpr size_t kNumberRoom = 24;
 
-// Whether the expanded text equals the plain text [p, p + n).
+// Writes the decimal text of n so that it ends at pEnd; returns its first character.
+char* FormatBackwards(char* pEnd, long n)
+{
+    unsigned long nMagnitude = n < 0 ? 0ul - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
+    do {
+        *--pEnd = static_cast<char>('0' + nMagnitude % 10);
+        nMagnitude /= 10;
+    } while (nMagnitude != 0);
+    if (n < 0)
+        *--pEnd = '-';
+    return pEnd;
+}
+
+// Calls fn(p, n) for each run of an expanded text: literal runs, and the decimal text of the
+// number where "{n}" or "{n+1}" stands. Stops early when fn returns false; false then.
+template <class Fn>
+bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
+{
+    return SplitPieces(szText, bExpand, fn, [&](int nAdd) {
+        char szNumber[kNumberRoom];
+        char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), n + nAdd);
+        return fn(pFirst, static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst));
+    });
+}
+
+// Word-at-a-time hash: a lookup hashes its plain key in a few steps, and the index hashes each
+// expansion from a buffer, resuming after the whole words of a head that stays the same.
+const uint64_t kHashMul = 0x9e3779b97f4a7c15ull;
+const uint64_t kHashSeed = 0x243f6a8885a308d3ull;
+
+// The state after the whole 8-byte words of [p, p + n).
+uint64_t HashWords(uint64_t nHash, const char* p, size_t n)
+{
+    for (; n >= 8; n -= 8, p += 8) {
+        uint64_t nWord = 0;
+        std::memcpy(&nWord, p, 8);
+        nHash = (nHash ^ nWord) * kHashMul;
+        nHash ^= nHash >> 31;
+    }
+    return nHash;
+}
+
+// Continues from the state after the words before p and ends the hash of a text of nTotal bytes.
+uint64_t HashFinish(uint64_t nHash, const char* p, size_t n, size_t nTotal)
+{
+    nHash = HashWords(nHash, p, n);
+    p += n & ~size_t(7);
+    n &= 7;
+    // The last 1 to 7 bytes in two loads without a loop: overlapping halves, or first, middle and
+    // last byte; the length mixed in below tells the cases apart.
+    uint64_t nTail = 0;
+    if (n >= 4) {
+        uint32_t nLow = 0, nHigh = 0;
+        std::memcpy(&nLow, p, 4);
+        std::memcpy(&nHigh, p + n - 4, 4);
+        nTail = nLow | (static_cast<uint64_t>(nHigh) << 32);
+    } else if (n > 0) {
+        nTail = static_cast<unsigned char>(p[0]) | (static_cast<uint64_t>(static_cast<unsigned char>(p[n / 2])) << 8) |
+                (static_cast<uint64_t>(static_cast<unsigned char>(p[n - 1])) << 16);
+    }
+    nHash = (nHash ^ nTail ^ (static_cast<uint64_t>(nTotal) << 56)) * kHashMul;
+    // The final mix spreads every input bit into the slot number (low bits) and the tag (high bits).
+    nHash ^= nHash >> 33;
+    nHash *= 0xff51afd7ed558ccdull;
+    nHash ^= nHash >> 33;
+    return nHash;
+}
+
+uint64_t HashText(const char* p, size_t n)
+{
+    return HashFinish(kHashSeed, p, n, n);
+}
+
+uint32_t HashOfPlainText(std::string_view text)
+{
+    return static_cast<uint32_t>(HashText(text.data(), text.size()));
+}
+
+// The three parts are hashed apart, so that the index rehashes only the parts a number changes.
+uint32_t JoinPathHash(uint64_t nFile, uint64_t nSection, uint64_t nKey)
+{
+    uint64_t nHash = (nFile * 0xc2b2ae3d27d4eb4full) ^ (nSection * 0x165667b19e3779f9ull) ^ nKey;
+    nHash ^= nHash >> 29;
+    nHash *= 0xbf58476d1ce4e5b9ull;
+    nHash ^= nHash >> 32;
+    return static_cast<uint32_t>(nHash);
+}
+
+uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
+{
+    return JoinPathHash(HashText(file.data(), file.size()), HashText(section.data(), section.size()),
+                        HashText(key.data(), key.size()));
+}
+
+// Whether the expanded text equals the plain text [p, p + n). Runs are compared as they are found,
+// the rest of the text without measuring it first.
 bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* p, size_t n)
 {
-    size_t nAt = 0;
-    return ForEachPiece(szText, bExpand, nNumber,
-                        [&](const char* pPiece, size_t nPiece) {
-                            if (nPiece > n - nAt || std::memcmp(pPiece, p + nAt, nPiece) != 0)
-                                return false;
-                            nAt += nPiece;
-                            return true;
-                        }) &&
-           nAt == n;
+    const char* pEnd = p + n;
+    const char* pBrace = bExpand ? std::strchr(szText, '{') : nullptr;
+    for (; pBrace != nullptr; pBrace = std::strchr(pBrace + 1, '{')) {
+        size_t nSkip = 0;
+        long nValue = nNumber;
+        if (pBrace[1] == 'n' && pBrace[2] == '}') {
+            nSkip = 3;
+        } else if (pBrace[1] == 'n' && pBrace[2] == '+' && pBrace[3] == '1' && pBrace[4] == '}') {
+            nSkip = 5;
+            nValue = nNumber + 1;
+        } else {
+            continue;
+        }
+        size_t nRun = static_cast<size_t>(pBrace - szText);
+        if (nRun > static_cast<size_t>(pEnd - p) || std::memcmp(szText, p, nRun) != 0)
+            return false;
+        p += nRun;
+        char szNumber[kNumberRoom];
+        char* pDigit = FormatBackwards(szNumber + sizeof(szNumber), nValue);
+        if (static_cast<size_t>(szNumber + sizeof(szNumber) - pDigit) > static_cast<size_t>(pEnd - p))
+            return false;
+        for (; pDigit != szNumber + sizeof(szNumber); ++pDigit, ++p) {
+            if (*pDigit != *p)
+                return false;
+        }
+        szText = pBrace + nSkip;
+        pBrace = szText - 1;
+    }
+    size_t nRest = static_cast<size_t>(pEnd - p);
+    return std::strncmp(szText, p, nRest) == 0 && szText[nRest] == '\0';
 }
+
+// One text of a template, split once into its pieces, expanded for one number after another into
+// a buffer: the literal head stays, and while the numbers keep their width only their digits are
+// counted up in place.
+class CTextExpander {
+public:
+    void Split(const char* szText, bool bExpand)
+    {
+        m_vecPieces.clear();
+        m_strBuf.clear();
+        size_t nRoom = 0;
+        (void)SplitPieces(
+            szText, bExpand,
+            [&](const char* p, size_t n) {
+                if (m_vecPieces.empty())
+                    m_strBuf.append(p, n);
+                else
+                    m_vecPieces.push_back(Piece{p, n, 0, 0});
+                nRoom += n;
+                return true;
+            },
+            [&](int nAdd) {
+                m_vecPieces.push_back(Piece{nullptr, 0, nAdd, 0});
+                nRoom += kNumberRoom;
+                return true;
+            });
+        m_nHead = m_strBuf.size();
+        m_strBuf.resize(nRoom);
+        m_nLen = m_nHead;
+        m_bCounting = false;
+        m_nHeadWords = m_nHead & ~size_t(7);
+        m_nHeadState = HashWords(kHashSeed, m_strBuf.data(), m_nHeadWords);
+        m_nFixedHash = HashText(m_strBuf.data(), m_nLen);
+    }
+
+    // Expands the text for n (a text without numbers is already whole); its hash.
+    uint64_t Expand(long n)
+    {
+        if (m_vecPieces.empty())
+            return m_nFixedHash;
+        if (!(m_bCounting && n == m_nLast + 1 && CountUp()))
+            Write(n);
+        m_nLast = n;
+        return HashFinish(m_nHeadState, m_strBuf.data() + m_nHeadWords, m_nLen - m_nHeadWords, m_nLen);
+    }
+
+    std::string_view Text() const { return std::string_view(m_strBuf.data(), m_nLen); }
+
+private:
+    struct Piece {
+        const char* pText; // null: the number
+        size_t nLen;       // of the text, or of the number's digits where it was written last
+        int nAdd;
+        size_t nAt;        // where the number's digits are in the buffer
+    };
+
+    void Write(long n)
+    {
+        char* pOut = &m_strBuf[m_nHead];
+        m_bCounting = n >= 0;
+        for (Piece& piece : m_vecPieces) {
+            if (piece.pText != nullptr) {
+                std::memcpy(pOut, piece.pText, piece.nLen);
+                pOut += piece.nLen;
+                continue;
+            }
+            char szNumber[kNumberRoom];
+            char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), n + piece.nAdd);
+            piece.nLen = static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst);
+            piece.nAt = static_cast<size_t>(pOut - m_strBuf.data());
+            std::memcpy(pOut, pFirst, piece.nLen);
+            pOut += piece.nLen;
+        }
+        m_nLen = static_cast<size_t>(pOut - m_strBuf.data());
+    }
+
+    // Adds one to every number in place; false when one would grow a digit (the caller rewrites).
+    bool CountUp()
+    {
+        for (Piece& piece : m_vecPieces) {
+            if (piece.pText != nullptr)
+                continue;
+            char* pFirst = &m_strBuf[piece.nAt];
+            char* p = pFirst + piece.nLen;
+            for (;;) {
+                if (p == pFirst)
+                    return false; // every digit was a 9
+                if (*--p != '9')
+                    break;
+                *p = '0';
+            }
+            ++*p;
+        }
+        return true;
+    }
+
+    std::string m_strBuf;
+    size_t m_nHead = 0; // literal bytes before the first number
+    size_t m_nLen = 0;
+    size_t m_nHeadWords = 0;    // bytes of the head's whole words, hashed once
+    uint64_t m_nHeadState = 0;  // the hash state after them
+    uint64_t m_nFixedHash = 0;
+    bool m_bCounting = false;   // the buffer holds the expansion of m_nLast, which is not negative
+    long m_nLast = 0;
+    std::vector<Piece> m_vecPieces; // what follows the head
+};
 
 // Open addressing over entry numbers. A slot holds the entry number plus one (0 is empty) in its
 // low 24 bits and the top 8 bits of the key's hash above them, so that nearly every slot of
@@ -208,34 +420,25 @@ struct NameMap {
         return t;
     }
 
-    uint32_t HashOfPath(uint32_t nEntry) const
+    // An entry's key hashes, spelled out afresh: only an index that grows needs them.
+    uint64_t HashOfText(uint32_t nEntry, int nText) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        CTextHash hash;
-        auto Add = [&hash](const char* p, size_t nLen) {
-            hash.Add(p, nLen);
-            return true;
-        };
-        for (int i : {TEXT_FILE, TEXT_SECTION, TEXT_KEY}) {
-            if (i != TEXT_FILE)
-                hash.Add("", 1); // the parts are joined by NULs
-            (void)ForEachPiece(Text(t.nTextOff[i]), t.bExpand, n, Add);
-        }
-        return hash.nHash;
-    }
-
-    uint32_t HashOfName(uint32_t nEntry) const
-    {
-        long n = 0;
-        const MapTemplate& t = TemplateOf(nEntry, n);
-        CTextHash hash;
-        (void)ForEachPiece(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, [&hash](const char* p, size_t nLen) {
-            hash.Add(p, nLen);
+        std::string strText;
+        (void)ForEachPiece(Text(t.nTextOff[nText]), t.bExpand, n, [&strText](const char* p, size_t nLen) {
+            strText.append(p, nLen);
             return true;
         });
-        return hash.nHash;
+        return HashText(strText.data(), strText.size());
     }
+
+    uint32_t HashOfPath(uint32_t nEntry) const
+    {
+        return JoinPathHash(HashOfText(nEntry, TEXT_FILE), HashOfText(nEntry, TEXT_SECTION), HashOfText(nEntry, TEXT_KEY));
+    }
+
+    uint32_t HashOfName(uint32_t nEntry) const { return static_cast<uint32_t>(HashOfText(nEntry, TEXT_NAME)); }
 
     bool PathEquals(uint32_t nEntry, std::string_view file, std::string_view section, std::string_view key) const
     {
@@ -258,24 +461,6 @@ NameMap& Map()
 {
     static NameMap s_map;
     return s_map;
-}
-
-uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
-{
-    CTextHash hash;
-    hash.Add(file.data(), file.size());
-    hash.Add("", 1);
-    hash.Add(section.data(), section.size());
-    hash.Add("", 1);
-    hash.Add(key.data(), key.size());
-    return hash.nHash;
-}
-
-uint32_t HashOfPlainText(std::string_view text)
-{
-    CTextHash hash;
-    hash.Add(text.data(), text.size());
-    return hash.nHash;
 }
 
 bool ParseLong(const char* sz, int nBase, long& nOut)
@@ -311,29 +496,27 @@ bool ParseRange(const char* sz, long& nFrom, long& nTo)
            nTo - nFrom < kMaxRangeSize;
 }
 
-// Enters every expansion of the template into both indexes, in range order. Keys are hashed
-// straight from the template's pieces; an expansion is spelled out only to compare it with an
-// entry whose hash tag it shares.
-void IndexTemplate(NameMap& map, size_t nTemplate)
+// Enters every expansion of the template into both indexes, in range order. Each text is split
+// once; per number only the texts with a number are spelled out and hashed again.
+void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
 {
     const MapTemplate& t = map.templates[nTemplate];
     auto HashOfPath = [&map](uint32_t nEntry) { return map.HashOfPath(nEntry); };
     auto HashOfName = [&map](uint32_t nEntry) { return map.HashOfName(nEntry); };
-    auto Expand = [&](int nText, long n) {
-        std::string strOut;
-        (void)ForEachPiece(map.Text(t.nTextOff[nText]), t.bExpand, n, [&strOut](const char* p, size_t nLen) {
-            strOut.append(p, nLen);
-            return true;
-        });
-        return strOut;
-    };
+    for (int i = 0; i < 4; ++i)
+        aTexts[i].Split(map.Text(t.nTextOff[i]), t.bExpand);
+    CTextExpander& name = aTexts[TEXT_NAME];
+    CTextExpander& file = aTexts[TEXT_FILE];
+    CTextExpander& section = aTexts[TEXT_SECTION];
+    CTextExpander& key = aTexts[TEXT_KEY];
     for (long n = t.nFrom; n <= t.nTo; ++n) {
         uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
-        map.byPath.Insert(nEntry, map.HashOfPath(nEntry), HashOfPath, [&](uint32_t nOther) {
-            return map.PathEquals(nOther, Expand(TEXT_FILE, n), Expand(TEXT_SECTION, n), Expand(TEXT_KEY, n));
+        uint32_t nPathHash = JoinPathHash(file.Expand(n), section.Expand(n), key.Expand(n));
+        map.byPath.Insert(nEntry, nPathHash, HashOfPath, [&](uint32_t nOther) {
+            return map.PathEquals(nOther, file.Text(), section.Text(), key.Text());
         });
-        map.byName.Insert(nEntry, map.HashOfName(nEntry), HashOfName,
-                          [&](uint32_t nOther) { return map.NameEquals(nOther, Expand(TEXT_NAME, n)); });
+        map.byName.Insert(nEntry, static_cast<uint32_t>(name.Expand(n)), HashOfName,
+                          [&](uint32_t nOther) { return map.NameEquals(nOther, name.Text()); });
     }
 }
 
@@ -417,8 +600,9 @@ void LoadMap()
     // Both indexes are sized once: a large map would otherwise be rehashed a dozen times.
     map.byPath.Reserve(map.nEntries);
     map.byName.Reserve(map.nEntries);
+    CTextExpander aTexts[4];
     for (size_t i = 0; i < map.templates.size(); ++i)
-        IndexTemplate(map, i);
+        IndexTemplate(map, i, aTexts);
     map.switchByName.Reserve(map.switches.size());
     auto SwitchName = [&map](uint32_t n) {
         return std::string_view(map.Text(map.switches[n].nNameOff), map.switches[n].nNameLen);
