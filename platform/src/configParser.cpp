@@ -175,40 +175,63 @@ uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::s
                         HashText(key.data(), key.size()));
 }
 
-// Whether the expanded text equals the plain text [p, p + n). Runs are compared as they are found,
-// the rest of the text without measuring it first.
+// The length of the decimal text of nValue at the start of [p, pEnd), or 0 when it is not there.
+// Digits are read until their value reaches nValue, so that no number is formatted: a decimal text
+// has no leading zero, hence only one prefix of the digits can hold it.
+size_t MatchNumber(long nValue, const char* p, const char* pEnd)
+{
+    if (nValue < 0) {
+        char szNumber[kNumberRoom];
+        char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), nValue);
+        size_t nLen = static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst);
+        return nLen <= static_cast<size_t>(pEnd - p) && std::memcmp(pFirst, p, nLen) == 0 ? nLen : 0;
+    }
+    const uint64_t nWant = static_cast<uint64_t>(nValue);
+    if (p == pEnd || (*p == '0' && nWant != 0))
+        return 0;
+    uint64_t nHave = 0;
+    for (const char* q = p; q != pEnd; ++q) {
+        unsigned nDigit = static_cast<unsigned char>(*q) - static_cast<unsigned>('0');
+        if (nDigit > 9)
+            return 0;
+        nHave = nHave * 10 + nDigit;
+        if (nHave >= nWant)
+            return nHave == nWant ? static_cast<size_t>(q + 1 - p) : 0;
+    }
+    return 0;
+}
+
+// Whether the expanded text equals the plain text [p, p + n). The head before the first brace is
+// compared in one go; what follows (short: the numbers and a few letters) byte by byte.
 bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* p, size_t n)
 {
     const char* pEnd = p + n;
     const char* pBrace = bExpand ? std::strchr(szText, '{') : nullptr;
-    for (; pBrace != nullptr; pBrace = std::strchr(pBrace + 1, '{')) {
-        size_t nSkip = 0;
-        long nValue = nNumber;
-        if (pBrace[1] == 'n' && pBrace[2] == '}') {
-            nSkip = 3;
-        } else if (pBrace[1] == 'n' && pBrace[2] == '+' && pBrace[3] == '1' && pBrace[4] == '}') {
-            nSkip = 5;
-            nValue = nNumber + 1;
-        } else {
-            continue;
+    if (pBrace == nullptr)
+        return std::strncmp(szText, p, n) == 0 && szText[n] == '\0';
+    size_t nHead = static_cast<size_t>(pBrace - szText);
+    if (nHead > n || std::memcmp(szText, p, nHead) != 0)
+        return false;
+    p += nHead;
+    for (szText = pBrace;; ++szText, ++p) {
+        char c = *szText;
+        if (c == '{' && szText[1] == 'n') {
+            size_t nSkip = szText[2] == '}' ? 3 : szText[2] == '+' && szText[3] == '1' && szText[4] == '}' ? 5 : 0;
+            if (nSkip != 0) {
+                size_t nDigits = MatchNumber(nSkip == 3 ? nNumber : nNumber + 1, p, pEnd);
+                if (nDigits == 0)
+                    return false;
+                p += nDigits;
+                szText += nSkip - 1;
+                --p;
+                continue;
+            }
         }
-        size_t nRun = static_cast<size_t>(pBrace - szText);
-        if (nRun > static_cast<size_t>(pEnd - p) || std::memcmp(szText, p, nRun) != 0)
+        if (c == '\0')
+            return p == pEnd;
+        if (p == pEnd || *p != c)
             return false;
-        p += nRun;
-        char szNumber[kNumberRoom];
-        char* pDigit = FormatBackwards(szNumber + sizeof(szNumber), nValue);
-        if (static_cast<size_t>(szNumber + sizeof(szNumber) - pDigit) > static_cast<size_t>(pEnd - p))
-            return false;
-        for (; pDigit != szNumber + sizeof(szNumber); ++pDigit, ++p) {
-            if (*pDigit != *p)
-                return false;
-        }
-        szText = pBrace + nSkip;
-        pBrace = szText - 1;
     }
-    size_t nRest = static_cast<size_t>(pEnd - p);
-    return std::strncmp(szText, p, nRest) == 0 && szText[nRest] == '\0';
 }
 
 // One text of a template, split once into its pieces, expanded for one number after another into
