@@ -106,8 +106,9 @@ bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
     });
 }
 
-// Word-at-a-time hash: a lookup hashes its plain key in a few steps, and the index hashes each
-// expansion from a buffer, resuming after the whole words of a head that stays the same.
+// Word-at-a-time hash: a lookup hashes its plain key in a few steps; the index hashes each
+// expansion from a buffer, resuming after what stays the same (the leading parts of a path, the
+// whole words of a text's head). A path is one stream: file, section and key absorbed in turn.
 const uint64_t kHashMul = 0x9e3779b97f4a7c15ull;
 const uint64_t kHashSeed = 0x243f6a8885a308d3ull;
 
@@ -123,8 +124,8 @@ uint64_t HashWords(uint64_t nHash, const char* p, size_t n)
     return nHash;
 }
 
-// Continues from the state after the words before p and ends the hash of a text of nTotal bytes.
-uint64_t HashFinish(uint64_t nHash, const char* p, size_t n, size_t nTotal)
+// Absorbs the rest [p, p + n) of a text of nTotal bytes whose earlier whole words are in nHash.
+uint64_t HashAbsorbRest(uint64_t nHash, const char* p, size_t n, size_t nTotal)
 {
     nHash = HashWords(nHash, p, n);
     p += n & ~size_t(7);
@@ -142,37 +143,32 @@ uint64_t HashFinish(uint64_t nHash, const char* p, size_t n, size_t nTotal)
                 (static_cast<uint64_t>(static_cast<unsigned char>(p[n - 1])) << 16);
     }
     nHash = (nHash ^ nTail ^ (static_cast<uint64_t>(nTotal) << 56)) * kHashMul;
-    // The final mix spreads every input bit into the slot number (low bits) and the tag (high bits).
-    nHash ^= nHash >> 33;
+    return nHash ^ (nHash >> 29);
+}
+
+uint64_t HashAbsorb(uint64_t nHash, std::string_view text)
+{
+    return HashAbsorbRest(nHash, text.data(), text.size(), text.size());
+}
+
+// Spreads every input bit into the slot number (low bits) and the tag (high bits).
+uint32_t HashEnd(uint64_t nHash)
+{
     nHash *= 0xff51afd7ed558ccdull;
     nHash ^= nHash >> 33;
-    return nHash;
-}
-
-uint64_t HashText(const char* p, size_t n)
-{
-    return HashFinish(kHashSeed, p, n, n);
-}
-
-uint32_t HashOfPlainText(std::string_view text)
-{
-    return static_cast<uint32_t>(HashText(text.data(), text.size()));
-}
-
-// The three parts are hashed apart, so that the index rehashes only the parts a number changes.
-uint32_t JoinPathHash(uint64_t nFile, uint64_t nSection, uint64_t nKey)
-{
-    uint64_t nHash = (nFile * 0xc2b2ae3d27d4eb4full) ^ (nSection * 0x165667b19e3779f9ull) ^ nKey;
-    nHash ^= nHash >> 29;
-    nHash *= 0xbf58476d1ce4e5b9ull;
+    nHash *= 0xc4ceb9fe1a85ec53ull;
     nHash ^= nHash >> 32;
     return static_cast<uint32_t>(nHash);
 }
 
+uint32_t HashOfPlainText(std::string_view text)
+{
+    return HashEnd(HashAbsorb(kHashSeed, text));
+}
+
 uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
 {
-    return JoinPathHash(HashText(file.data(), file.size()), HashText(section.data(), section.size()),
-                        HashText(key.data(), key.size()));
+    return HashEnd(HashAbsorb(HashAbsorb(HashAbsorb(kHashSeed, file), section), key));
 }
 
 // The length of the decimal text of nValue at the start of [p, pEnd), or 0 when it is not there.
@@ -264,19 +260,31 @@ public:
         m_nLen = m_nHead;
         m_bCounting = false;
         m_nHeadWords = m_nHead & ~size_t(7);
+        m_nHeadIn = kHashSeed;
         m_nHeadState = HashWords(kHashSeed, m_strBuf.data(), m_nHeadWords);
-        m_nFixedHash = HashText(m_strBuf.data(), m_nLen);
     }
 
-    // Expands the text for n (a text without numbers is already whole); its hash.
-    uint64_t Expand(long n)
+    bool HasNumbers() const { return !m_vecPieces.empty(); }
+
+    // Spells the text out for n (a text without numbers is whole already).
+    void Expand(long n)
     {
         if (m_vecPieces.empty())
-            return m_nFixedHash;
+            return;
         if (!(m_bCounting && n == m_nLast + 1 && CountUp()))
             Write(n);
         m_nLast = n;
-        return HashFinish(m_nHeadState, m_strBuf.data() + m_nHeadWords, m_nLen - m_nHeadWords, m_nLen);
+    }
+
+    // The state with the current text absorbed after nHash; the words of the head are absorbed
+    // once for as long as nHash stays the same.
+    uint64_t Absorb(uint64_t nHash)
+    {
+        if (nHash != m_nHeadIn) {
+            m_nHeadIn = nHash;
+            m_nHeadState = HashWords(nHash, m_strBuf.data(), m_nHeadWords);
+        }
+        return HashAbsorbRest(m_nHeadState, m_strBuf.data() + m_nHeadWords, m_nLen - m_nHeadWords, m_nLen);
     }
 
     std::string_view Text() const { return std::string_view(m_strBuf.data(), m_nLen); }
@@ -333,8 +341,8 @@ private:
     size_t m_nHead = 0; // literal bytes before the first number
     size_t m_nLen = 0;
     size_t m_nHeadWords = 0;    // bytes of the head's whole words, hashed once
-    uint64_t m_nHeadState = 0;  // the hash state after them
-    uint64_t m_nFixedHash = 0;
+    uint64_t m_nHeadIn = 0;     // the state they were absorbed after
+    uint64_t m_nHeadState = 0;  // the state after them
     bool m_bCounting = false;   // the buffer holds the expansion of m_nLast, which is not negative
     long m_nLast = 0;
     std::vector<Piece> m_vecPieces; // what follows the head
@@ -444,7 +452,7 @@ struct NameMap {
     }
 
     // An entry's key hashes, spelled out afresh: only an index that grows needs them.
-    uint64_t HashOfText(uint32_t nEntry, int nText) const
+    std::string ExpandedText(uint32_t nEntry, int nText) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
@@ -453,15 +461,16 @@ struct NameMap {
             strText.append(p, nLen);
             return true;
         });
-        return HashText(strText.data(), strText.size());
+        return strText;
     }
 
     uint32_t HashOfPath(uint32_t nEntry) const
     {
-        return JoinPathHash(HashOfText(nEntry, TEXT_FILE), HashOfText(nEntry, TEXT_SECTION), HashOfText(nEntry, TEXT_KEY));
+        return HashOfPlainPath(ExpandedText(nEntry, TEXT_FILE), ExpandedText(nEntry, TEXT_SECTION),
+                               ExpandedText(nEntry, TEXT_KEY));
     }
 
-    uint32_t HashOfName(uint32_t nEntry) const { return static_cast<uint32_t>(HashOfText(nEntry, TEXT_NAME)); }
+    uint32_t HashOfName(uint32_t nEntry) const { return HashOfPlainText(ExpandedText(nEntry, TEXT_NAME)); }
 
     bool PathEquals(uint32_t nEntry, std::string_view file, std::string_view section, std::string_view key) const
     {
@@ -532,13 +541,23 @@ void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
     CTextExpander& file = aTexts[TEXT_FILE];
     CTextExpander& section = aTexts[TEXT_SECTION];
     CTextExpander& key = aTexts[TEXT_KEY];
+    // The path parts before the first one with a number are absorbed once.
+    int nFirstVarying = TEXT_FILE;
+    uint64_t nFixedState = kHashSeed;
+    for (; nFirstVarying <= TEXT_KEY && !aTexts[nFirstVarying].HasNumbers(); ++nFirstVarying)
+        nFixedState = aTexts[nFirstVarying].Absorb(nFixedState);
     for (long n = t.nFrom; n <= t.nTo; ++n) {
         uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
-        uint32_t nPathHash = JoinPathHash(file.Expand(n), section.Expand(n), key.Expand(n));
-        map.byPath.Insert(nEntry, nPathHash, HashOfPath, [&](uint32_t nOther) {
+        uint64_t nState = nFixedState;
+        for (int i = nFirstVarying; i <= TEXT_KEY; ++i) {
+            aTexts[i].Expand(n);
+            nState = aTexts[i].Absorb(nState);
+        }
+        map.byPath.Insert(nEntry, HashEnd(nState), HashOfPath, [&](uint32_t nOther) {
             return map.PathEquals(nOther, file.Text(), section.Text(), key.Text());
         });
-        map.byName.Insert(nEntry, static_cast<uint32_t>(name.Expand(n)), HashOfName,
+        name.Expand(n);
+        map.byName.Insert(nEntry, HashEnd(name.Absorb(kHashSeed)), HashOfName,
                           [&](uint32_t nOther) { return map.NameEquals(nOther, name.Text()); });
     }
 }
@@ -656,19 +675,28 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
     long nNumber = 0;
     const MapTemplate& t = map.TemplateOf(static_cast<uint32_t>(nEntry), nNumber);
     const char* szName = map.Text(t.nTextOff[TEXT_NAME]);
+    // Spelled out once into a local buffer: szBuf is written only when the whole name fits.
+    char szLocal[256];
     size_t nLen = 0;
-    (void)ForEachPiece(szName, t.bExpand, nNumber, [&nLen](const char*, size_t n) {
+    (void)ForEachPiece(szName, t.bExpand, nNumber, [&](const char* p, size_t n) {
+        if (nLen + n < sizeof(szLocal))
+            std::memcpy(szLocal + nLen, p, n);
         nLen += n;
         return true;
     });
     if (nLen + 1 > static_cast<size_t>(nSize))
         return -2;
     char* pOut = szBuf;
-    (void)ForEachPiece(szName, t.bExpand, nNumber, [&pOut](const char* p, size_t n) {
-        std::memcpy(pOut, p, n);
-        pOut += n;
-        return true;
-    });
+    if (nLen < sizeof(szLocal)) {
+        std::memcpy(pOut, szLocal, nLen);
+        pOut += nLen;
+    } else {
+        (void)ForEachPiece(szName, t.bExpand, nNumber, [&pOut](const char* p, size_t n) {
+            std::memcpy(pOut, p, n);
+            pOut += n;
+            return true;
+        });
+    }
     *pOut = '\0';
     if (pFlags != nullptr)
         *pFlags = static_cast<int>(t.info.attr);
