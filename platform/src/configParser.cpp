@@ -35,8 +35,21 @@ struct MapTemplate {
     int32_t nFrom;        // first number of the range; the entry count is nTo - nFrom + 1
     int32_t nTo;
     bool bExpand;         // ranged: "{n}" and "{n+1}" stand for the number
+    uint8_t aHeadCodes[3]; // per text 6 bits, where its first number stands (see HeadCode); in
+                           // what would be padding, so that a compare need not search for it
     config_info_t info;   // the same descriptor for every expansion
 };
+static_assert(sizeof(MapTemplate) == 9 * sizeof(uint32_t), "a template stays 36 bytes");
+
+// A text's head code: 0 when no number stands in it, 1 + the offset of its first number when that
+// is below kHeadFar, kHeadFar when it is farther (a compare then searches for it).
+const unsigned kHeadFar = 63;
+
+unsigned HeadCode(const MapTemplate& t, int nText)
+{
+    unsigned nCodes = t.aHeadCodes[0] | (t.aHeadCodes[1] << 8) | (t.aHeadCodes[2] << 16);
+    return (nCodes >> (6 * nText)) & 63u;
+}
 
 enum : int { TEXT_NAME = 0, TEXT_FILE = 1, TEXT_SECTION = 2, TEXT_KEY = 3 };
 
@@ -197,19 +210,20 @@ size_t MatchNumber(long nValue, const char* p, const char* pEnd)
     return 0;
 }
 
-// Whether the expanded text equals the plain text [p, p + n). The head before the first brace is
-// compared in one go; what follows (short: the numbers and a few letters) byte by byte.
-bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* p, size_t n)
+// Whether the expanded text equals the plain text [p, p + n). The head before the first number
+// is compared in one go; what follows (short: the numbers and a few letters) byte by byte.
+bool ExpandedEquals(const char* szText, unsigned nHeadCode, long nNumber, const char* p, size_t n)
 {
-    const char* pEnd = p + n;
-    const char* pBrace = bExpand ? std::strchr(szText, '{') : nullptr;
-    if (pBrace == nullptr)
+    if (nHeadCode == 0)
         return std::strncmp(szText, p, n) == 0 && szText[n] == '\0';
-    size_t nHead = static_cast<size_t>(pBrace - szText);
+    const char* pEnd = p + n;
+    // Far away, the first brace is a good enough start: the loop below passes over a brace that
+    // holds no number.
+    size_t nHead = nHeadCode != kHeadFar ? nHeadCode - 1 : static_cast<size_t>(std::strchr(szText, '{') - szText);
     if (nHead > n || std::memcmp(szText, p, nHead) != 0)
         return false;
     p += nHead;
-    for (szText = pBrace;; ++szText, ++p) {
+    for (szText += nHead;; ++szText, ++p) {
         char c = *szText;
         if (c == '{' && szText[1] == 'n') {
             size_t nSkip = szText[2] == '}' ? 3 : szText[2] == '+' && szText[3] == '1' && szText[4] == '}' ? 5 : 0;
@@ -228,6 +242,24 @@ bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* 
         if (p == pEnd || *p != c)
             return false;
     }
+}
+
+// The head code of a template text (see HeadCode).
+unsigned FindHeadCode(const char* szText, bool bExpand)
+{
+    size_t nHead = 0;
+    bool bNumber = false;
+    (void)SplitPieces(
+        szText, bExpand,
+        [&](const char*, size_t n) {
+            nHead += n;
+            return true;
+        },
+        [&](int) {
+            bNumber = true;
+            return false;
+        });
+    return !bNumber ? 0 : nHead + 1 < kHeadFar ? static_cast<unsigned>(nHead + 1) : kHeadFar;
 }
 
 // One text of a template, split once into its pieces, expanded for one number after another into
@@ -476,16 +508,17 @@ struct NameMap {
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        return ExpandedEquals(Text(t.nTextOff[TEXT_KEY]), t.bExpand, n, key.data(), key.size()) &&
-               ExpandedEquals(Text(t.nTextOff[TEXT_SECTION]), t.bExpand, n, section.data(), section.size()) &&
-               ExpandedEquals(Text(t.nTextOff[TEXT_FILE]), t.bExpand, n, file.data(), file.size());
+        return ExpandedEquals(Text(t.nTextOff[TEXT_KEY]), HeadCode(t, TEXT_KEY), n, key.data(), key.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_SECTION]), HeadCode(t, TEXT_SECTION), n, section.data(),
+                              section.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_FILE]), HeadCode(t, TEXT_FILE), n, file.data(), file.size());
     }
 
     bool NameEquals(uint32_t nEntry, std::string_view name) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        return ExpandedEquals(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, name.data(), name.size());
+        return ExpandedEquals(Text(t.nTextOff[TEXT_NAME]), HeadCode(t, TEXT_NAME), n, name.data(), name.size());
     }
 };
 
@@ -621,8 +654,13 @@ void LoadMap()
             t.nTo = static_cast<int32_t>(nTo);
             t.nFirstEntry = map.nEntries;
             const char* const aszAttrs[4] = {"m7", "file", "section", "key"};
-            for (int i = 0; i < 4; ++i)
+            unsigned nCodes = 0;
+            for (int i = 0; i < 4; ++i) {
                 t.nTextOff[i] = map.Keep(node.attribute(aszAttrs[i]).value());
+                nCodes |= FindHeadCode(map.Text(t.nTextOff[i]), t.bExpand) << (6 * i);
+            }
+            for (int i = 0; i < 3; ++i)
+                t.aHeadCodes[i] = static_cast<uint8_t>(nCodes >> (8 * i));
             map.nEntries += static_cast<uint32_t>(nTo - nFrom + 1);
             map.vecTemplateOf.resize(map.nEntries, static_cast<uint32_t>(map.templates.size()));
             map.templates.push_back(t);
