@@ -27,8 +27,8 @@ const long kMaxRangeSize = 100000;
 const uint32_t kMaxEntries = (1u << 24) - 1;
 
 // One `item` element: its four texts in the map's arena, unexpanded, and the entries it stands
-// for. A ranged item is never expanded into stored texts: a lookup formats its number on the fly,
-// so a map of many thousands of expanded names costs a few bytes a name (its index slots).
+// for. A ranged item is never expanded into stored texts: a lookup reads its number in place, so
+// a map of many thousands of expanded names costs a few bytes a name (its index slots).
 struct MapTemplate {
     uint32_t nTextOff[4]; // m7 name, file, section, key, each followed by a NUL
     uint32_t nFirstEntry; // entry number of its first expansion
@@ -267,6 +267,10 @@ unsigned FindHeadCode(const char* szText, bool bExpand)
 // counted up in place.
 class CTextExpander {
 public:
+    CTextExpander() = default;
+    CTextExpander(const CTextExpander&) = delete;
+    CTextExpander& operator=(const CTextExpander&) = delete;
+
     void Split(const char* szText, bool bExpand)
     {
         m_vecPieces.clear();
@@ -483,7 +487,7 @@ struct NameMap {
         return t;
     }
 
-    // An entry's key hashes, spelled out afresh: only an index that grows needs them.
+    // An entry's text spelled out afresh: only an index that grows hashes its keys again.
     std::string ExpandedText(uint32_t nEntry, int nText) const
     {
         long n = 0;
