@@ -9,7 +9,6 @@
 #include "SlotTable.h"
 
 #include <algorithm>
-#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -28,16 +27,29 @@ const long kMaxRangeSize = 100000;
 const uint32_t kMaxEntries = (1u << 24) - 1;
 
 // One `item` element: its four texts in the map's arena, unexpanded, and the entries it stands
-// for. A ranged item is never expanded into stored texts: a lookup formats its number on the fly,
-// so a map of many thousands of expanded names costs a few bytes a name (its index slots).
+// for. A ranged item is never expanded into stored texts: a lookup reads its number in place, so
+// a map of many thousands of expanded names costs a few bytes a name (its index slots).
 struct MapTemplate {
     uint32_t nTextOff[4]; // m7 name, file, section, key, each followed by a NUL
     uint32_t nFirstEntry; // entry number of its first expansion
     int32_t nFrom;        // first number of the range; the entry count is nTo - nFrom + 1
     int32_t nTo;
     bool bExpand;         // ranged: "{n}" and "{n+1}" stand for the number
+    uint8_t aHeadCodes[3]; // per text 6 bits, where its first number stands (see HeadCode); in
+                           // what would be padding, so that a compare need not search for it
     config_info_t info;   // the same descriptor for every expansion
 };
+static_assert(sizeof(MapTemplate) == 9 * sizeof(uint32_t), "a template stays 36 bytes");
+
+// A text's head code: 0 when no number stands in it, 1 + the offset of its first number when that
+// is below kHeadFar, kHeadFar when it is farther (a compare then searches for it).
+const unsigned kHeadFar = 63;
+
+unsigned HeadCode(const MapTemplate& t, int nText)
+{
+    unsigned nCodes = t.aHeadCodes[0] | (t.aHeadCodes[1] << 8) | (t.aHeadCodes[2] << 16);
+    return (nCodes >> (6 * nText)) & 63u;
+}
 
 enum : int { TEXT_NAME = 0, TEXT_FILE = 1, TEXT_SECTION = 2, TEXT_KEY = 3 };
 
@@ -50,60 +62,327 @@ struct SwitchEntry {
     int nDefault;
 };
 
-// Calls fn(p, n) for each run of an expanded text: literal runs, and the decimal text of the
-// number where "{n}" or "{n+1}" stands. Stops early when fn returns false; false then.
-template <class Fn>
-bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
+// Calls onText(p, n) for each literal run of a template text and onSlot(nAdd) where "{n}" (0) or
+// "{n+1}" (1) stands. Stops early when a callback returns false; false then.
+template <class OnText, class OnSlot>
+bool SplitPieces(const char* szText, bool bExpand, OnText onText, OnSlot onSlot)
 {
     const char* pRun = szText;
     const char* p = bExpand ? std::strchr(szText, '{') : nullptr;
     for (; p != nullptr; p = std::strchr(p + 1, '{')) {
         size_t nSkip = 0;
-        long nValue = n;
+        int nAdd = 0;
         if (p[1] == 'n' && p[2] == '}') {
             nSkip = 3;
-        } else if (p[1] == 'n' && std::strncmp(p + 2, "+1}", 3) == 0) {
+        } else if (p[1] == 'n' && p[2] == '+' && p[3] == '1' && p[4] == '}') {
             nSkip = 5;
-            nValue = n + 1;
+            nAdd = 1;
         } else {
             continue;
         }
-        if (p > pRun && !fn(pRun, static_cast<size_t>(p - pRun)))
+        if (p > pRun && !onText(pRun, static_cast<size_t>(p - pRun)))
             return false;
-        char szNumber[24];
-        auto res = std::to_chars(szNumber, szNumber + sizeof(szNumber), nValue);
-        if (!fn(szNumber, static_cast<size_t>(res.ptr - szNumber)))
+        if (!onSlot(nAdd))
             return false;
         pRun = p + nSkip;
         p = pRun - 1;
     }
     size_t nRest = std::strlen(pRun);
-    return nRest == 0 || fn(pRun, nRest);
+    return nRest == 0 || onText(pRun, nRest);
 }
 
-// FNV-1a, fed piece by piece, so that a stored template and a plain text hash alike.
-struct CTextHash {
-    uint32_t nHash = 2166136261u;
-    void Add(const char* p, size_t n)
-    {
-        for (size_t i = 0; i < n; ++i)
-            nHash = (nHash ^ static_cast<unsigned char>(p[i])) * 16777619u;
-    }
-};
+// Room for the decimal text of any long, sign included.
+constexpr size_t kNumberRoom = 24;
 
-// Whether the expanded text equals the plain text [p, p + n).
-bool ExpandedEquals(const char* szText, bool bExpand, long nNumber, const char* p, size_t n)
+// Writes the decimal text of n so that it ends at pEnd; returns its first character.
+char* FormatBackwards(char* pEnd, long n)
 {
-    size_t nAt = 0;
-    return ForEachPiece(szText, bExpand, nNumber,
-                        [&](const char* pPiece, size_t nPiece) {
-                            if (nPiece > n - nAt || std::memcmp(pPiece, p + nAt, nPiece) != 0)
-                                return false;
-                            nAt += nPiece;
-                            return true;
-                        }) &&
-           nAt == n;
+    unsigned long nMagnitude = n < 0 ? 0ul - static_cast<unsigned long>(n) : static_cast<unsigned long>(n);
+    do {
+        *--pEnd = static_cast<char>('0' + nMagnitude % 10);
+        nMagnitude /= 10;
+    } while (nMagnitude != 0);
+    if (n < 0)
+        *--pEnd = '-';
+    return pEnd;
 }
+
+// Calls fn(p, n) for each run of an expanded text: literal runs, and the decimal text of the
+// number where "{n}" or "{n+1}" stands. Stops early when fn returns false; false then.
+template <class Fn>
+bool ForEachPiece(const char* szText, bool bExpand, long n, Fn fn)
+{
+    return SplitPieces(szText, bExpand, fn, [&](int nAdd) {
+        char szNumber[kNumberRoom];
+        char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), n + nAdd);
+        return fn(pFirst, static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst));
+    });
+}
+
+// Word-at-a-time hash: a lookup hashes its plain key in a few steps; the index hashes each
+// expansion from a buffer, resuming after what stays the same (the leading parts of a path, the
+// whole words of a text's head). A path is one stream: file, section and key absorbed in turn.
+const uint64_t kHashMul = 0x9e3779b97f4a7c15ull;
+const uint64_t kHashSeed = 0x243f6a8885a308d3ull;
+
+// The state after the whole 8-byte words of [p, p + n).
+uint64_t HashWords(uint64_t nHash, const char* p, size_t n)
+{
+    for (; n >= 8; n -= 8, p += 8) {
+        uint64_t nWord = 0;
+        std::memcpy(&nWord, p, 8);
+        nHash = (nHash ^ nWord) * kHashMul;
+        nHash ^= nHash >> 31;
+    }
+    return nHash;
+}
+
+// Absorbs the rest [p, p + n) of a text of nTotal bytes whose earlier whole words are in nHash.
+uint64_t HashAbsorbRest(uint64_t nHash, const char* p, size_t n, size_t nTotal)
+{
+    nHash = HashWords(nHash, p, n);
+    p += n & ~size_t(7);
+    n &= 7;
+    // The last 1 to 7 bytes in two loads without a loop: overlapping halves, or first, middle and
+    // last byte; the length mixed in below tells the cases apart.
+    uint64_t nTail = 0;
+    if (n >= 4) {
+        uint32_t nLow = 0, nHigh = 0;
+        std::memcpy(&nLow, p, 4);
+        std::memcpy(&nHigh, p + n - 4, 4);
+        nTail = nLow | (static_cast<uint64_t>(nHigh) << 32);
+    } else if (n > 0) {
+        nTail = static_cast<unsigned char>(p[0]) | (static_cast<uint64_t>(static_cast<unsigned char>(p[n / 2])) << 8) |
+                (static_cast<uint64_t>(static_cast<unsigned char>(p[n - 1])) << 16);
+    }
+    nHash = (nHash ^ nTail ^ (static_cast<uint64_t>(nTotal) << 56)) * kHashMul;
+    return nHash ^ (nHash >> 29);
+}
+
+uint64_t HashAbsorb(uint64_t nHash, std::string_view text)
+{
+    return HashAbsorbRest(nHash, text.data(), text.size(), text.size());
+}
+
+// Spreads every input bit into the slot number (low bits) and the tag (high bits).
+uint32_t HashEnd(uint64_t nHash)
+{
+    nHash *= 0xff51afd7ed558ccdull;
+    nHash ^= nHash >> 33;
+    nHash *= 0xc4ceb9fe1a85ec53ull;
+    nHash ^= nHash >> 32;
+    return static_cast<uint32_t>(nHash);
+}
+
+uint32_t HashOfPlainText(std::string_view text)
+{
+    return HashEnd(HashAbsorb(kHashSeed, text));
+}
+
+uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
+{
+    return HashEnd(HashAbsorb(HashAbsorb(HashAbsorb(kHashSeed, file), section), key));
+}
+
+// The length of the decimal text of nValue at the start of [p, pEnd), or 0 when it is not there.
+// Digits are read until their value reaches nValue, so that no number is formatted: a decimal text
+// has no leading zero, hence only one prefix of the digits can hold it.
+size_t MatchNumber(long nValue, const char* p, const char* pEnd)
+{
+    if (nValue < 0) {
+        char szNumber[kNumberRoom];
+        char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), nValue);
+        size_t nLen = static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst);
+        return nLen <= static_cast<size_t>(pEnd - p) && std::memcmp(pFirst, p, nLen) == 0 ? nLen : 0;
+    }
+    const uint64_t nWant = static_cast<uint64_t>(nValue);
+    if (p == pEnd || (*p == '0' && nWant != 0))
+        return 0;
+    uint64_t nHave = 0;
+    for (const char* q = p; q != pEnd; ++q) {
+        unsigned nDigit = static_cast<unsigned char>(*q) - static_cast<unsigned>('0');
+        if (nDigit > 9)
+            return 0;
+        nHave = nHave * 10 + nDigit;
+        if (nHave >= nWant)
+            return nHave == nWant ? static_cast<size_t>(q + 1 - p) : 0;
+    }
+    return 0;
+}
+
+// Whether the expanded text equals the plain text [p, p + n). The head before the first number
+// is compared in one go; what follows (short: the numbers and a few letters) byte by byte.
+bool ExpandedEquals(const char* szText, unsigned nHeadCode, long nNumber, const char* p, size_t n)
+{
+    if (nHeadCode == 0)
+        return std::strncmp(szText, p, n) == 0 && szText[n] == '\0';
+    const char* pEnd = p + n;
+    // Far away, the first brace is a good enough start: the loop below passes over a brace that
+    // holds no number.
+    size_t nHead = nHeadCode != kHeadFar ? nHeadCode - 1 : static_cast<size_t>(std::strchr(szText, '{') - szText);
+    if (nHead > n || std::memcmp(szText, p, nHead) != 0)
+        return false;
+    p += nHead;
+    for (szText += nHead;; ++szText, ++p) {
+        char c = *szText;
+        if (c == '{' && szText[1] == 'n') {
+            size_t nSkip = szText[2] == '}' ? 3 : szText[2] == '+' && szText[3] == '1' && szText[4] == '}' ? 5 : 0;
+            if (nSkip != 0) {
+                size_t nDigits = MatchNumber(nSkip == 3 ? nNumber : nNumber + 1, p, pEnd);
+                if (nDigits == 0)
+                    return false;
+                p += nDigits;
+                szText += nSkip - 1;
+                --p;
+                continue;
+            }
+        }
+        if (c == '\0')
+            return p == pEnd;
+        if (p == pEnd || *p != c)
+            return false;
+    }
+}
+
+// The head code of a template text (see HeadCode).
+unsigned FindHeadCode(const char* szText, bool bExpand)
+{
+    size_t nHead = 0;
+    bool bNumber = false;
+    (void)SplitPieces(
+        szText, bExpand,
+        [&](const char*, size_t n) {
+            nHead += n;
+            return true;
+        },
+        [&](int) {
+            bNumber = true;
+            return false;
+        });
+    return !bNumber ? 0 : nHead + 1 < kHeadFar ? static_cast<unsigned>(nHead + 1) : kHeadFar;
+}
+
+// One text of a template, split once into its pieces, expanded for one number after another into
+// a buffer: the literal head stays, and while the numbers keep their width only their digits are
+// counted up in place.
+class CTextExpander {
+public:
+    CTextExpander() = default;
+    CTextExpander(const CTextExpander&) = delete;
+    CTextExpander& operator=(const CTextExpander&) = delete;
+
+    void Split(const char* szText, bool bExpand)
+    {
+        m_vecPieces.clear();
+        m_strBuf.clear();
+        size_t nRoom = 0;
+        (void)SplitPieces(
+            szText, bExpand,
+            [&](const char* p, size_t n) {
+                if (m_vecPieces.empty())
+                    m_strBuf.append(p, n);
+                else
+                    m_vecPieces.push_back(Piece{p, n, 0, 0});
+                nRoom += n;
+                return true;
+            },
+            [&](int nAdd) {
+                m_vecPieces.push_back(Piece{nullptr, 0, nAdd, 0});
+                nRoom += kNumberRoom;
+                return true;
+            });
+        m_nHead = m_strBuf.size();
+        m_strBuf.resize(nRoom);
+        m_nLen = m_nHead;
+        m_bCounting = false;
+        m_nHeadWords = m_nHead & ~size_t(7);
+        m_nHeadIn = kHashSeed;
+        m_nHeadState = HashWords(kHashSeed, m_strBuf.data(), m_nHeadWords);
+    }
+
+    bool HasNumbers() const { return !m_vecPieces.empty(); }
+
+    // Spells the text out for n (a text without numbers is whole already).
+    void Expand(long n)
+    {
+        if (m_vecPieces.empty())
+            return;
+        if (!(m_bCounting && n == m_nLast + 1 && CountUp()))
+            Write(n);
+        m_nLast = n;
+    }
+
+    // The state with the current text absorbed after nHash; the words of the head are absorbed
+    // once for as long as nHash stays the same.
+    uint64_t Absorb(uint64_t nHash)
+    {
+        if (nHash != m_nHeadIn) {
+            m_nHeadIn = nHash;
+            m_nHeadState = HashWords(nHash, m_strBuf.data(), m_nHeadWords);
+        }
+        return HashAbsorbRest(m_nHeadState, m_strBuf.data() + m_nHeadWords, m_nLen - m_nHeadWords, m_nLen);
+    }
+
+    std::string_view Text() const { return std::string_view(m_strBuf.data(), m_nLen); }
+
+private:
+    struct Piece {
+        const char* pText; // null: the number
+        size_t nLen;       // of the text, or of the number's digits where it was written last
+        int nAdd;
+        size_t nAt;        // where the number's digits are in the buffer
+    };
+
+    void Write(long n)
+    {
+        char* pOut = &m_strBuf[m_nHead];
+        m_bCounting = n >= 0;
+        for (Piece& piece : m_vecPieces) {
+            if (piece.pText != nullptr) {
+                std::memcpy(pOut, piece.pText, piece.nLen);
+                pOut += piece.nLen;
+                continue;
+            }
+            char szNumber[kNumberRoom];
+            char* pFirst = FormatBackwards(szNumber + sizeof(szNumber), n + piece.nAdd);
+            piece.nLen = static_cast<size_t>(szNumber + sizeof(szNumber) - pFirst);
+            piece.nAt = static_cast<size_t>(pOut - m_strBuf.data());
+            std::memcpy(pOut, pFirst, piece.nLen);
+            pOut += piece.nLen;
+        }
+        m_nLen = static_cast<size_t>(pOut - m_strBuf.data());
+    }
+
+    // Adds one to every number in place; false when one would grow a digit (the caller rewrites).
+    bool CountUp()
+    {
+        for (Piece& piece : m_vecPieces) {
+            if (piece.pText != nullptr)
+                continue;
+            char* pFirst = &m_strBuf[piece.nAt];
+            char* p = pFirst + piece.nLen;
+            for (;;) {
+                if (p == pFirst)
+                    return false; // every digit was a 9
+                if (*--p != '9')
+                    break;
+                *p = '0';
+            }
+            ++*p;
+        }
+        return true;
+    }
+
+    std::string m_strBuf;
+    size_t m_nHead = 0; // literal bytes before the first number
+    size_t m_nLen = 0;
+    size_t m_nHeadWords = 0;    // bytes of the head's whole words, hashed once
+    uint64_t m_nHeadIn = 0;     // the state they were absorbed after
+    uint64_t m_nHeadState = 0;  // the state after them
+    bool m_bCounting = false;   // the buffer holds the expansion of m_nLast, which is not negative
+    long m_nLast = 0;
+    std::vector<Piece> m_vecPieces; // what follows the head
+};
 
 // Open addressing over entry numbers. A slot holds the entry number plus one (0 is empty) in its
 // low 24 bits and the top 8 bits of the key's hash above them, so that nearly every slot of
@@ -208,49 +487,42 @@ struct NameMap {
         return t;
     }
 
-    uint32_t HashOfPath(uint32_t nEntry) const
+    // An entry's text spelled out afresh: only an index that grows hashes its keys again.
+    std::string ExpandedText(uint32_t nEntry, int nText) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        CTextHash hash;
-        auto Add = [&hash](const char* p, size_t nLen) {
-            hash.Add(p, nLen);
-            return true;
-        };
-        for (int i : {TEXT_FILE, TEXT_SECTION, TEXT_KEY}) {
-            if (i != TEXT_FILE)
-                hash.Add("", 1); // the parts are joined by NULs
-            (void)ForEachPiece(Text(t.nTextOff[i]), t.bExpand, n, Add);
-        }
-        return hash.nHash;
-    }
-
-    uint32_t HashOfName(uint32_t nEntry) const
-    {
-        long n = 0;
-        const MapTemplate& t = TemplateOf(nEntry, n);
-        CTextHash hash;
-        (void)ForEachPiece(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, [&hash](const char* p, size_t nLen) {
-            hash.Add(p, nLen);
+        std::string strText;
+        (void)ForEachPiece(Text(t.nTextOff[nText]), t.bExpand, n, [&strText](const char* p, size_t nLen) {
+            strText.append(p, nLen);
             return true;
         });
-        return hash.nHash;
+        return strText;
     }
+
+    uint32_t HashOfPath(uint32_t nEntry) const
+    {
+        return HashOfPlainPath(ExpandedText(nEntry, TEXT_FILE), ExpandedText(nEntry, TEXT_SECTION),
+                               ExpandedText(nEntry, TEXT_KEY));
+    }
+
+    uint32_t HashOfName(uint32_t nEntry) const { return HashOfPlainText(ExpandedText(nEntry, TEXT_NAME)); }
 
     bool PathEquals(uint32_t nEntry, std::string_view file, std::string_view section, std::string_view key) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        return ExpandedEquals(Text(t.nTextOff[TEXT_KEY]), t.bExpand, n, key.data(), key.size()) &&
-               ExpandedEquals(Text(t.nTextOff[TEXT_SECTION]), t.bExpand, n, section.data(), section.size()) &&
-               ExpandedEquals(Text(t.nTextOff[TEXT_FILE]), t.bExpand, n, file.data(), file.size());
+        return ExpandedEquals(Text(t.nTextOff[TEXT_KEY]), HeadCode(t, TEXT_KEY), n, key.data(), key.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_SECTION]), HeadCode(t, TEXT_SECTION), n, section.data(),
+                              section.size()) &&
+               ExpandedEquals(Text(t.nTextOff[TEXT_FILE]), HeadCode(t, TEXT_FILE), n, file.data(), file.size());
     }
 
     bool NameEquals(uint32_t nEntry, std::string_view name) const
     {
         long n = 0;
         const MapTemplate& t = TemplateOf(nEntry, n);
-        return ExpandedEquals(Text(t.nTextOff[TEXT_NAME]), t.bExpand, n, name.data(), name.size());
+        return ExpandedEquals(Text(t.nTextOff[TEXT_NAME]), HeadCode(t, TEXT_NAME), n, name.data(), name.size());
     }
 };
 
@@ -258,24 +530,6 @@ NameMap& Map()
 {
     static NameMap s_map;
     return s_map;
-}
-
-uint32_t HashOfPlainPath(std::string_view file, std::string_view section, std::string_view key)
-{
-    CTextHash hash;
-    hash.Add(file.data(), file.size());
-    hash.Add("", 1);
-    hash.Add(section.data(), section.size());
-    hash.Add("", 1);
-    hash.Add(key.data(), key.size());
-    return hash.nHash;
-}
-
-uint32_t HashOfPlainText(std::string_view text)
-{
-    CTextHash hash;
-    hash.Add(text.data(), text.size());
-    return hash.nHash;
 }
 
 bool ParseLong(const char* sz, int nBase, long& nOut)
@@ -311,29 +565,37 @@ bool ParseRange(const char* sz, long& nFrom, long& nTo)
            nTo - nFrom < kMaxRangeSize;
 }
 
-// Enters every expansion of the template into both indexes, in range order. Keys are hashed
-// straight from the template's pieces; an expansion is spelled out only to compare it with an
-// entry whose hash tag it shares.
-void IndexTemplate(NameMap& map, size_t nTemplate)
+// Enters every expansion of the template into both indexes, in range order. Each text is split
+// once; per number only the texts with a number are spelled out and hashed again.
+void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
 {
     const MapTemplate& t = map.templates[nTemplate];
     auto HashOfPath = [&map](uint32_t nEntry) { return map.HashOfPath(nEntry); };
     auto HashOfName = [&map](uint32_t nEntry) { return map.HashOfName(nEntry); };
-    auto Expand = [&](int nText, long n) {
-        std::string strOut;
-        (void)ForEachPiece(map.Text(t.nTextOff[nText]), t.bExpand, n, [&strOut](const char* p, size_t nLen) {
-            strOut.append(p, nLen);
-            return true;
-        });
-        return strOut;
-    };
+    for (int i = 0; i < 4; ++i)
+        aTexts[i].Split(map.Text(t.nTextOff[i]), t.bExpand);
+    CTextExpander& name = aTexts[TEXT_NAME];
+    CTextExpander& file = aTexts[TEXT_FILE];
+    CTextExpander& section = aTexts[TEXT_SECTION];
+    CTextExpander& key = aTexts[TEXT_KEY];
+    // The path parts before the first one with a number are absorbed once.
+    int nFirstVarying = TEXT_FILE;
+    uint64_t nFixedState = kHashSeed;
+    for (; nFirstVarying <= TEXT_KEY && !aTexts[nFirstVarying].HasNumbers(); ++nFirstVarying)
+        nFixedState = aTexts[nFirstVarying].Absorb(nFixedState);
     for (long n = t.nFrom; n <= t.nTo; ++n) {
         uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
-        map.byPath.Insert(nEntry, map.HashOfPath(nEntry), HashOfPath, [&](uint32_t nOther) {
-            return map.PathEquals(nOther, Expand(TEXT_FILE, n), Expand(TEXT_SECTION, n), Expand(TEXT_KEY, n));
+        uint64_t nState = nFixedState;
+        for (int i = nFirstVarying; i <= TEXT_KEY; ++i) {
+            aTexts[i].Expand(n);
+            nState = aTexts[i].Absorb(nState);
+        }
+        map.byPath.Insert(nEntry, HashEnd(nState), HashOfPath, [&](uint32_t nOther) {
+            return map.PathEquals(nOther, file.Text(), section.Text(), key.Text());
         });
-        map.byName.Insert(nEntry, map.HashOfName(nEntry), HashOfName,
-                          [&](uint32_t nOther) { return map.NameEquals(nOther, Expand(TEXT_NAME, n)); });
+        name.Expand(n);
+        map.byName.Insert(nEntry, HashEnd(name.Absorb(kHashSeed)), HashOfName,
+                          [&](uint32_t nOther) { return map.NameEquals(nOther, name.Text()); });
     }
 }
 
@@ -396,8 +658,13 @@ void LoadMap()
             t.nTo = static_cast<int32_t>(nTo);
             t.nFirstEntry = map.nEntries;
             const char* const aszAttrs[4] = {"m7", "file", "section", "key"};
-            for (int i = 0; i < 4; ++i)
+            unsigned nCodes = 0;
+            for (int i = 0; i < 4; ++i) {
                 t.nTextOff[i] = map.Keep(node.attribute(aszAttrs[i]).value());
+                nCodes |= FindHeadCode(map.Text(t.nTextOff[i]), t.bExpand) << (6 * i);
+            }
+            for (int i = 0; i < 3; ++i)
+                t.aHeadCodes[i] = static_cast<uint8_t>(nCodes >> (8 * i));
             map.nEntries += static_cast<uint32_t>(nTo - nFrom + 1);
             map.vecTemplateOf.resize(map.nEntries, static_cast<uint32_t>(map.templates.size()));
             map.templates.push_back(t);
@@ -417,8 +684,9 @@ void LoadMap()
     // Both indexes are sized once: a large map would otherwise be rehashed a dozen times.
     map.byPath.Reserve(map.nEntries);
     map.byName.Reserve(map.nEntries);
+    CTextExpander aTexts[4];
     for (size_t i = 0; i < map.templates.size(); ++i)
-        IndexTemplate(map, i);
+        IndexTemplate(map, i, aTexts);
     map.switchByName.Reserve(map.switches.size());
     auto SwitchName = [&map](uint32_t n) {
         return std::string_view(map.Text(map.switches[n].nNameOff), map.switches[n].nNameLen);
@@ -449,19 +717,28 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
     long nNumber = 0;
     const MapTemplate& t = map.TemplateOf(static_cast<uint32_t>(nEntry), nNumber);
     const char* szName = map.Text(t.nTextOff[TEXT_NAME]);
+    // Spelled out once into a local buffer: szBuf is written only when the whole name fits.
+    char szLocal[256];
     size_t nLen = 0;
-    (void)ForEachPiece(szName, t.bExpand, nNumber, [&nLen](const char*, size_t n) {
+    (void)ForEachPiece(szName, t.bExpand, nNumber, [&](const char* p, size_t n) {
+        if (nLen + n < sizeof(szLocal))
+            std::memcpy(szLocal + nLen, p, n);
         nLen += n;
         return true;
     });
     if (nLen + 1 > static_cast<size_t>(nSize))
         return -2;
     char* pOut = szBuf;
-    (void)ForEachPiece(szName, t.bExpand, nNumber, [&pOut](const char* p, size_t n) {
-        std::memcpy(pOut, p, n);
-        pOut += n;
-        return true;
-    });
+    if (nLen < sizeof(szLocal)) {
+        std::memcpy(pOut, szLocal, nLen);
+        pOut += nLen;
+    } else {
+        (void)ForEachPiece(szName, t.bExpand, nNumber, [&pOut](const char* p, size_t n) {
+            std::memcpy(pOut, p, n);
+            pOut += n;
+            return true;
+        });
+    }
     *pOut = '\0';
     if (pFlags != nullptr)
         *pFlags = static_cast<int>(t.info.attr);
