@@ -465,7 +465,8 @@ struct NameMap {
     std::vector<MapTemplate> templates;
     std::vector<uint32_t> vecTemplateOf; // per entry, so that a lookup never searches the templates
     uint32_t nEntries = 0;
-    CEntryIndex byPath;
+    CEntryIndex byPath; // built at the first lookup by path
+    bool bPathsIndexed = false;
     CEntryIndex byName;
     std::vector<SwitchEntry> switches;
     CEntryIndex switchByName;
@@ -565,9 +566,9 @@ bool ParseRange(const char* sz, long& nFrom, long& nTo)
            nTo - nFrom < kMaxRangeSize;
 }
 
-// Enters every expansion of the template into both indexes, in range order. Each text is split
+// Enters every expansion of the template into one index, in range order. Each text is split
 // once; per number only the texts with a number are spelled out and hashed again.
-void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
+void IndexTemplate(NameMap& map, size_t nTemplate, bool bByPath, CTextExpander (&aTexts)[4])
 {
     const MapTemplate& t = map.templates[nTemplate];
     auto HashOfPath = [&map](uint32_t nEntry) { return map.HashOfPath(nEntry); };
@@ -585,6 +586,12 @@ void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
         nFixedState = aTexts[nFirstVarying].Absorb(nFixedState);
     for (long n = t.nFrom; n <= t.nTo; ++n) {
         uint32_t nEntry = t.nFirstEntry + static_cast<uint32_t>(n - t.nFrom);
+        if (!bByPath) {
+            name.Expand(n);
+            map.byName.Insert(nEntry, HashEnd(name.Absorb(kHashSeed)), HashOfName,
+                              [&](uint32_t nOther) { return map.NameEquals(nOther, name.Text()); });
+            continue;
+        }
         uint64_t nState = nFixedState;
         for (int i = nFirstVarying; i <= TEXT_KEY; ++i) {
             aTexts[i].Expand(n);
@@ -593,10 +600,21 @@ void IndexTemplate(NameMap& map, size_t nTemplate, CTextExpander (&aTexts)[4])
         map.byPath.Insert(nEntry, HashEnd(nState), HashOfPath, [&](uint32_t nOther) {
             return map.PathEquals(nOther, file.Text(), section.Text(), key.Text());
         });
-        name.Expand(n);
-        map.byName.Insert(nEntry, HashEnd(name.Absorb(kHashSeed)), HashOfName,
-                          [&](uint32_t nOther) { return map.NameEquals(nOther, name.Text()); });
     }
+}
+
+// The index by path serves the registry's side only (saves, exports): it is built at its first
+// lookup, so that a service that never gets there neither spends the time nor holds the memory.
+void IndexPaths(NameMap& map)
+{
+    if (map.bPathsIndexed)
+        return;
+    map.bPathsIndexed = true;
+    // Sized once: a large map would otherwise be rehashed a dozen times.
+    map.byPath.Reserve(map.nEntries);
+    CTextExpander aTexts[4];
+    for (size_t i = 0; i < map.templates.size(); ++i)
+        IndexTemplate(map, i, true, aTexts);
 }
 
 void LoadMap()
@@ -681,12 +699,11 @@ void LoadMap()
             map.switches.push_back(sw);
         }
     }
-    // Both indexes are sized once: a large map would otherwise be rehashed a dozen times.
-    map.byPath.Reserve(map.nEntries);
+    // Sized once: a large map would otherwise be rehashed a dozen times.
     map.byName.Reserve(map.nEntries);
     CTextExpander aTexts[4];
     for (size_t i = 0; i < map.templates.size(); ++i)
-        IndexTemplate(map, i, aTexts);
+        IndexTemplate(map, i, false, aTexts);
     map.switchByName.Reserve(map.switches.size());
     auto SwitchName = [&map](uint32_t n) {
         return std::string_view(map.Text(map.switches[n].nNameOff), map.switches[n].nNameLen);
@@ -707,6 +724,7 @@ int get_config_name_by_path(const char* szFile, const char* szSection, const cha
     if (szFile == nullptr || szSection == nullptr || szKey == nullptr || szBuf == nullptr || nSize <= 0)
         return -1;
     LoadMap();
+    IndexPaths(Map());
     const NameMap& map = Map();
     std::string_view file(szFile), section(szSection), key(szKey);
     long nEntry = map.byPath.Find(HashOfPlainPath(file, section, key), [&](uint32_t n) {
@@ -787,6 +805,7 @@ void configParser_Reset()
 {
     NameMap& map = Map();
     map.byPath.Clear();
+    map.bPathsIndexed = false;
     map.byName.Clear();
     map.switchByName.Clear();
     std::vector<MapTemplate>().swap(map.templates);
