@@ -11,14 +11,20 @@ namespace ETL_StringHelper {
 struct chTextArena::Chunk {
     uint32_t nLive;   // blocks still owned by some string
     uint32_t nUsed;   // bytes handed out, the header included
-    bool bCurrent;    // the arena still carves from it, so it stays mapped while empty
+    bool bCurrent;    // the arena still carves from it, so it stays in use while empty
+    Chunk* pNextSpare;
 };
+
+// Emptied chunks wait here for the next load instead of going back to the system: a table
+// cleared and loaded again would otherwise fault in every page anew (the heap keeps its freed
+// memory too). They never outnumber the chunks the process once used at the same time.
+chTextArena::Chunk* chTextArena::s_pSpares = nullptr;
 
 namespace {
 
 const size_t kChunkSize = 64 * 1024;
-const size_t kHeaderSize = 16; // the chunk's own words; blocks follow, 4-aligned
-size_t g_nLiveChunks = 0;
+const size_t kHeaderSize = 24; // the chunk's own words; blocks follow, 4-aligned
+size_t g_nChunksInUse = 0;
 
 size_t BlockBytes(int nLength)
 {
@@ -39,17 +45,28 @@ void* MapAligned()
     size_t nTail = nRaw + 2 * kChunkSize - (nAligned + kChunkSize);
     if (nTail > 0)
         (void)munmap(reinterpret_cast<void*>(nAligned + kChunkSize), nTail);
-    ++g_nLiveChunks;
     return reinterpret_cast<void*>(nAligned);
 }
 
-void Unmap(void* pChunk)
+} // namespace
+
+chTextArena::Chunk* chTextArena::TakeChunk()
 {
-    (void)munmap(pChunk, kChunkSize);
-    --g_nLiveChunks;
+    void* pChunk = s_pSpares;
+    if (pChunk != nullptr)
+        s_pSpares = s_pSpares->pNextSpare;
+    else if ((pChunk = MapAligned()) == nullptr)
+        return nullptr;
+    ++g_nChunksInUse;
+    return new (pChunk) Chunk{0, static_cast<uint32_t>(kHeaderSize), true, nullptr};
 }
 
-} // namespace
+void chTextArena::RetireChunk(Chunk* pChunk)
+{
+    pChunk->pNextSpare = s_pSpares;
+    s_pSpares = pChunk;
+    --g_nChunksInUse;
+}
 
 chTextArena::~chTextArena()
 {
@@ -57,12 +74,12 @@ chTextArena::~chTextArena()
         return;
     m_pCurrent->bCurrent = false;
     if (m_pCurrent->nLive == 0)
-        Unmap(m_pCurrent);
+        RetireChunk(m_pCurrent);
 }
 
-size_t chTextArena::LiveChunks()
+size_t chTextArena::ChunksInUse()
 {
-    return g_nLiveChunks;
+    return g_nChunksInUse;
 }
 
 chReferenceStringT<char> chTextArena::Make(const char* pText, int nCount)
@@ -81,16 +98,16 @@ chReferenceStringT<char> chTextArena::Make(const char* pText, int nCount)
     }
     if (m_pCurrent == nullptr || m_pCurrent->nUsed + nBytes > kChunkSize) {
         Chunk* pOld = m_pCurrent;
-        void* pNew = MapAligned();
+        Chunk* pNew = TakeChunk();
         if (pNew == nullptr) {
             str.CopyTextFrom(pText, nLength);
             return str;
         }
-        m_pCurrent = new (pNew) Chunk{0, static_cast<uint32_t>(kHeaderSize), true};
+        m_pCurrent = pNew;
         if (pOld != nullptr) {
             pOld->bCurrent = false;
             if (pOld->nLive == 0)
-                Unmap(pOld);
+                RetireChunk(pOld);
         }
     }
     chStringData* pData = reinterpret_cast<chStringData*>(reinterpret_cast<char*>(m_pCurrent) + m_pCurrent->nUsed);
@@ -114,7 +131,7 @@ void chTextArena::ReleaseBlock(chStringData* pData)
     if (pChunk->bCurrent)
         pChunk->nUsed = static_cast<uint32_t>(kHeaderSize); // carve it again from the start
     else
-        Unmap(pChunk);
+        RetireChunk(pChunk);
 }
 
 } // namespace ETL_StringHelper

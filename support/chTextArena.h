@@ -1,7 +1,7 @@
 // Text blocks carved from large chunks, for strings that are made once and then only read: the
 // names and values a configuration text brings into the item table. A block costs its header and
-// its text, with no allocator header and no rounding, and a chunk goes back to the system when
-// the last string using any of its blocks lets go.
+// its text, with no allocator header and no rounding, and a chunk is free for new blocks again
+// when the last string using any of its blocks lets go.
 #pragma once
 
 #include "chReferenceStringT.h"
@@ -23,8 +23,8 @@ public:
     // Texts too long for a chunk get an ordinary block.
     chReferenceStringT<char> Make(const char* pText, int nCount);
 
-    // Chunks mapped now, for the arena's own checks.
-    static size_t LiveChunks();
+    // Chunks that hold blocks or are being carved, for the arena's own checks.
+    static size_t ChunksInUse();
 
     // An arena block carries this on top of its owners in its reference count, so that the
     // string never writes into it in place, never reallocates it and never frees it itself.
@@ -34,6 +34,10 @@ public:
 
 private:
     struct Chunk;
+    static Chunk* TakeChunk();
+    static void RetireChunk(Chunk* pChunk);
+
+    static Chunk* s_pSpares;
     Chunk* m_pCurrent = nullptr;
 };
 

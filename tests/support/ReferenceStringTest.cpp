@@ -118,11 +118,11 @@ TEST(ReferenceString, FormatEstimateAndResult)
     EXPECT_EQ(std::strlen(star.c_str()), 32u);
 }
 
-// Arena strings behave as ordinary ones, are never written in place, and their chunk goes back
+// Arena strings behave as ordinary ones, are never written in place, and their chunk is free again
 // once the last string holding one of its blocks is gone, whatever path let go of it.
 TEST(TextArena, StringsReadAsOrdinaryOnesAndChunksGoBackWithTheirLastBlock)
 {
-    size_t nBefore = ETL_StringHelper::chTextArena::LiveChunks();
+    size_t nBefore = ETL_StringHelper::chTextArena::ChunksInUse();
     {
         ETL_StringHelper::chTextArena arena;
         chStringA name = arena.Make("account.1.label=x", 15);
@@ -145,7 +145,7 @@ TEST(TextArena, StringsReadAsOrdinaryOnesAndChunksGoBackWithTheirLastBlock)
         std::vector<chStringA> vecTexts;
         for (int i = 0; i < 3000; ++i)
             vecTexts.push_back(arena.Make("value_of_some_length_0123456789", 31));
-        EXPECT_GE(ETL_StringHelper::chTextArena::LiveChunks(), nBefore + 2);
+        EXPECT_GE(ETL_StringHelper::chTextArena::ChunksInUse(), nBefore + 2);
         for (size_t i = 0; i < vecTexts.size(); ++i) {
             if (i % 3 == 0)
                 vecTexts[i] = "";
@@ -156,5 +156,5 @@ TEST(TextArena, StringsReadAsOrdinaryOnesAndChunksGoBackWithTheirLastBlock)
         name = "";
         copy = chStringA();
     }
-    EXPECT_EQ(ETL_StringHelper::chTextArena::LiveChunks(), nBefore);
+    EXPECT_EQ(ETL_StringHelper::chTextArena::ChunksInUse(), nBefore);
 }

@@ -15,6 +15,37 @@ CM7ItemMap m7ItemMap;
 CM7IgnoreList ignoreM7List;
 int32_t m7ModelChanged = 0;
 
+// ---- blocks ----
+
+namespace {
+
+// The pools' blocks, of one size each, go here when the table is cleared and are taken again by
+// the next load: a cleared table is nearly always loaded again at once, and blocks fresh from the
+// heap would each fault their pages in anew. They never outnumber those once in use together.
+template <size_t kBytes>
+struct CM7SpareBlocks {
+    static void*& Head()
+    {
+        static void* s_pHead = nullptr;
+        return s_pHead;
+    }
+    static void* Take()
+    {
+        void* pBlock = Head();
+        if (pBlock == nullptr)
+            return ETL_NEW char[kBytes];
+        Head() = *static_cast<void**>(pBlock);
+        return pBlock;
+    }
+    static void Give(void* pBlock)
+    {
+        *static_cast<void**>(pBlock) = Head();
+        Head() = pBlock;
+    }
+};
+
+} // namespace
+
 // ---- the sentinel lists ----
 
 template <typename TNode, typename TPayload>
@@ -37,6 +68,9 @@ namespace {
 
 const uint32_t kListNodesPerBlock = 128;
 
+template <typename TNode>
+using CM7ListBlocks = CM7SpareBlocks<sizeof(void*) + alignof(TNode) + sizeof(TNode) * kListNodesPerBlock>;
+
 // Where a block's nodes start: after the link to the block before, aligned for the node.
 template <typename TNode>
 TNode* ListBlockNodes(void* pBlock)
@@ -51,7 +85,7 @@ template <typename TNode, typename TPayload>
 void CM7SentinelList<TNode, TPayload>::Append(const TPayload& payload)
 {
     if (m_pBlocks == nullptr || m_nUsedInBlock == kListNodesPerBlock) {
-        void* pBlock = ETL_NEW char[sizeof(void*) + alignof(TNode) + sizeof(TNode) * kListNodesPerBlock];
+        void* pBlock = CM7ListBlocks<TNode>::Take();
         *static_cast<void**>(pBlock) = m_pBlocks;
         m_pBlocks = pBlock;
         m_nUsedInBlock = 0;
@@ -77,7 +111,7 @@ void CM7SentinelList<TNode, TPayload>::Clear()
     m_nCount = 0;
     while (m_pBlocks != nullptr) {
         void* pNext = *static_cast<void**>(m_pBlocks);
-        delete[] static_cast<char*>(m_pBlocks);
+        CM7ListBlocks<TNode>::Give(m_pBlocks);
         m_pBlocks = pNext;
     }
     m_nUsedInBlock = 0;
@@ -107,7 +141,7 @@ void FreeM7ItemBlocks()
 {
     while (g_pItemBlocks != nullptr) {
         CM7ItemBlock* pBefore = g_pItemBlocks->pBefore;
-        delete g_pItemBlocks;
+        CM7SpareBlocks<sizeof(CM7ItemBlock)>::Give(g_pItemBlocks);
         g_pItemBlocks = pBefore;
     }
     g_nItemsInBlock = 0;
@@ -118,7 +152,7 @@ void FreeM7ItemBlocks()
 CM7Item* NewM7Item(const chStringA& strName, const chStringA& strValue, uint32_t nAttr)
 {
     if (g_pItemBlocks == nullptr || g_nItemsInBlock == kItemsPerBlock) {
-        CM7ItemBlock* pBlock = ETL_NEW CM7ItemBlock;
+        CM7ItemBlock* pBlock = static_cast<CM7ItemBlock*>(CM7SpareBlocks<sizeof(CM7ItemBlock)>::Take());
         pBlock->pBefore = g_pItemBlocks;
         g_pItemBlocks = pBlock;
         g_nItemsInBlock = 0;
@@ -259,7 +293,7 @@ CM7MapNode* CM7ItemMap::TakeNode()
             m_ppBlocks = ppBlocks;
             m_nBlockSlots = nSlots;
         }
-        m_ppBlocks[nBlock] = reinterpret_cast<CM7MapNode*>(ETL_NEW char[sizeof(CM7MapNode) * kNodesPerBlock]);
+        m_ppBlocks[nBlock] = static_cast<CM7MapNode*>(CM7SpareBlocks<sizeof(CM7MapNode) * kNodesPerBlock>::Take());
     }
     CM7MapNode* pRaw = m_ppBlocks[nBlock] + m_nCount % kNodesPerBlock;
     ++m_nCount;
@@ -351,7 +385,7 @@ void CM7ItemMap::ReleaseAll(bool bReleaseRecords)
     // 3. The pool and its blocks.
     size_t nBlocks = BlockCount();
     for (size_t i = 0; i < nBlocks; ++i)
-        delete[] reinterpret_cast<char*>(m_ppBlocks[i]);
+        CM7SpareBlocks<sizeof(CM7MapNode) * kNodesPerBlock>::Give(m_ppBlocks[i]);
     delete[] m_ppBlocks;
     m_ppBlocks = nullptr;
     m_nBlockSlots = 0;
