@@ -15,16 +15,18 @@ struct chTextArena::Chunk {
     Chunk* pNextSpare;
 };
 
-// Emptied chunks wait here for the next load instead of going back to the system: a table
-// cleared and loaded again would otherwise fault in every page anew (the heap keeps its freed
-// memory too). They never outnumber the chunks the process once used at the same time.
+// Emptied chunks wait here for the next load, up to 8 MiB (the texts of 100,000 items), instead of
+// going back to the system: a table cleared and loaded again would otherwise fault in every page
+// anew. Past that they go back, so that one outsized load does not stay with the phone for good.
 chTextArena::Chunk* chTextArena::s_pSpares = nullptr;
 
 namespace {
 
 const size_t kChunkSize = 64 * 1024;
+const size_t kMaxSpares = 128;
 const size_t kHeaderSize = 24; // the chunk's own words; blocks follow, 4-aligned
 size_t g_nChunksInUse = 0;
+size_t g_nSpares = 0;
 
 size_t BlockBytes(int nLength)
 {
@@ -53,9 +55,10 @@ void* MapAligned()
 chTextArena::Chunk* chTextArena::TakeChunk()
 {
     void* pChunk = s_pSpares;
-    if (pChunk != nullptr)
+    if (pChunk != nullptr) {
         s_pSpares = s_pSpares->pNextSpare;
-    else if ((pChunk = MapAligned()) == nullptr)
+        --g_nSpares;
+    } else if ((pChunk = MapAligned()) == nullptr)
         return nullptr;
     ++g_nChunksInUse;
     return new (pChunk) Chunk{0, static_cast<uint32_t>(kHeaderSize), true, nullptr};
@@ -63,9 +66,14 @@ chTextArena::Chunk* chTextArena::TakeChunk()
 
 void chTextArena::RetireChunk(Chunk* pChunk)
 {
+    --g_nChunksInUse;
+    if (g_nSpares == kMaxSpares) {
+        (void)munmap(pChunk, kChunkSize);
+        return;
+    }
     pChunk->pNextSpare = s_pSpares;
     s_pSpares = pChunk;
-    --g_nChunksInUse;
+    ++g_nSpares;
 }
 
 chTextArena::~chTextArena()

@@ -19,28 +19,42 @@ int32_t m7ModelChanged = 0;
 
 namespace {
 
-// The pools' blocks, of one size each, go here when the table is cleared and are taken again by
-// the next load: a cleared table is nearly always loaded again at once, and blocks fresh from the
-// heap would each fault their pages in anew. They never outnumber those once in use together.
+// The pools' blocks, of one size each, go here when the table is cleared, up to 4 MiB a size (a
+// table of 100,000 items), and are taken again by the next load: a cleared table is nearly always
+// loaded again at once, and blocks fresh from the heap would each fault their pages in anew. Past
+// that they go back, so that one outsized load does not stay with the phone for good.
 template <size_t kBytes>
 struct CM7SpareBlocks {
-    static void*& Head()
+    static constexpr size_t kMaxSpares = (4u << 20) / kBytes;
+    struct CList {
+        void* pHead = nullptr;
+        size_t nCount = 0;
+    };
+    static CList& Spares()
     {
-        static void* s_pHead = nullptr;
-        return s_pHead;
+        static CList s_spares;
+        return s_spares;
     }
     static void* Take()
     {
-        void* pBlock = Head();
+        CList& spares = Spares();
+        void* pBlock = spares.pHead;
         if (pBlock == nullptr)
             return ETL_NEW char[kBytes];
-        Head() = *static_cast<void**>(pBlock);
+        spares.pHead = *static_cast<void**>(pBlock);
+        --spares.nCount;
         return pBlock;
     }
     static void Give(void* pBlock)
     {
-        *static_cast<void**>(pBlock) = Head();
-        Head() = pBlock;
+        CList& spares = Spares();
+        if (spares.nCount == kMaxSpares) {
+            delete[] static_cast<char*>(pBlock);
+            return;
+        }
+        *static_cast<void**>(pBlock) = spares.pHead;
+        spares.pHead = pBlock;
+        ++spares.nCount;
     }
 };
 
