@@ -2,6 +2,8 @@
 // size, so that a block finds its chunk's header from its own address.
 #include "chTextArena.h"
 
+#include "ETL_MiscHelper.h"
+
 #include <cstring>
 #include <new>
 #include <sys/mman.h>
@@ -12,6 +14,7 @@ struct chTextArena::Chunk {
     uint32_t nLive;   // blocks still owned by some string
     uint32_t nUsed;   // bytes handed out, the header included
     bool bCurrent;    // the arena still carves from it, so it stays in use while empty
+    uint32_t nFaulted; // bytes from the start whose pages are faulted in
     Chunk* pNextSpare;
 };
 
@@ -58,10 +61,11 @@ chTextArena::Chunk* chTextArena::TakeChunk()
     if (pChunk != nullptr) {
         s_pSpares = s_pSpares->pNextSpare;
         --g_nSpares;
-    } else if ((pChunk = MapAligned()) == nullptr)
+    } else if ((pChunk = MapAligned()) == nullptr) {
         return nullptr;
+    }
     ++g_nChunksInUse;
-    return new (pChunk) Chunk{0, static_cast<uint32_t>(kHeaderSize), true, nullptr};
+    return new (pChunk) Chunk{0, static_cast<uint32_t>(kHeaderSize), true, 0, nullptr};
 }
 
 void chTextArena::RetireChunk(Chunk* pChunk)
@@ -117,6 +121,15 @@ chReferenceStringT<char> chTextArena::Make(const char* pText, int nCount)
             if (pOld->nLive == 0)
                 RetireChunk(pOld);
         }
+    }
+    if (m_pCurrent->nUsed + nBytes > m_pCurrent->nFaulted) {
+        // A quarter of a chunk at a time: one call instead of four page faults, and the pages of
+        // the last chunk that no block reaches stay untouched.
+        const uint32_t kStep = kChunkSize / 4;
+        uint32_t nFrom = m_pCurrent->nFaulted;
+        uint32_t nTo = (m_pCurrent->nUsed + static_cast<uint32_t>(nBytes) + kStep - 1) / kStep * kStep;
+        ETL_MiscHelper::etlPrefault(reinterpret_cast<char*>(m_pCurrent) + nFrom, nTo - nFrom);
+        m_pCurrent->nFaulted = nTo;
     }
     chStringData* pData = reinterpret_cast<chStringData*>(reinterpret_cast<char*>(m_pCurrent) + m_pCurrent->nUsed);
     m_pCurrent->nUsed += static_cast<uint32_t>(nBytes);

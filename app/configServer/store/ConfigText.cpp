@@ -3,11 +3,13 @@
 
 #include "ETL_FileAccess.h"
 #include "ETL_FileHelper.h"
+#include "ETL_MiscHelper.h"
 #include "ETL_ScopedHandle.h"
 #include "ETL_StringHelper.h"
 
 #include <cstring>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 using ETL_StringHelper::chIsWhiteSpace;
 using ETL_StringHelper::chStringA;
@@ -43,6 +45,14 @@ int CM7LineReader::Open(const char* szPath)
     return m_file ? 1 : 0;
 }
 
+size_t CM7LineReader::FileSize() const
+{
+    struct stat st;
+    if (!m_file || fstat(fileno(m_file.Get()), &st) != 0)
+        return 0;
+    return static_cast<size_t>(st.st_size);
+}
+
 bool CM7LineReader::Refill()
 {
     if (m_bEof || !m_file)
@@ -62,6 +72,7 @@ bool CM7LineReader::Refill()
             m_bEof = true;
             return false;
         }
+        ETL_MiscHelper::etlPrefault(static_cast<char*>(pMapped) + m_nCapacity, nCapacity - m_nCapacity);
         m_pBuffer = static_cast<char*>(pMapped);
         m_nCapacity = nCapacity;
     }

@@ -28,6 +28,8 @@ public:
     int Next(ETL_StringHelper::chStringA& strName, ETL_StringHelper::chStringA& strValue);
     // As Next, with name and value left in the reader's buffer: valid until the next call.
     int NextInPlace(const char*& pName, size_t& nName, const char*& pValue, size_t& nValue);
+    // Size of the open file in bytes; 0 when unknown.
+    size_t FileSize() const;
 
 private:
     // The next line, its line feed and anything from a NUL byte on left out; false at the end.
