@@ -108,6 +108,18 @@ bool ResolveTarget(const char* szPath, std::string& strTarget, mode_t& nMode)
     return errno == ENOENT;
 }
 
+// Makes a new empty temporary beside the target, named as RemoveStaleTemps expects; its descriptor
+// (invalid on failure) and its name in strTemp.
+int MakeTemp(const std::string& strTarget, std::string& strTemp)
+{
+    std::string strTemplate = strTarget + kTempMark + "XXXXXX";
+    std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
+    vecTemp.push_back('\0');
+    int fd = mkostemp(vecTemp.data(), O_CLOEXEC);
+    strTemp = vecTemp.data();
+    return fd;
+}
+
 void SyncFolderOf(const std::string& strPath)
 {
     ETL_BaseHelper::chScopedFd fdDir(open(FolderOf(strPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -162,13 +174,11 @@ FILE* chFileReplacer::Open(const char* szPath)
     if (nMode == 0)
         nMode = NewFileMode();
     RemoveStaleTemps(m_strTarget);
-    std::string strTemplate = m_strTarget + kTempMark + "XXXXXX";
-    std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
-    vecTemp.push_back('\0');
-    m_fd.Reset(mkostemp(vecTemp.data(), O_CLOEXEC));
+    std::string strTemp;
+    m_fd.Reset(MakeTemp(m_strTarget, strTemp));
     if (!m_fd)
         return nullptr;
-    m_strTemp = vecTemp.data();
+    m_strTemp = strTemp;
     cookie_io_functions_t functions = {nullptr, &chFileReplacer::CookieWrite, nullptr, nullptr};
     if (fchmod(m_fd.Get(), nMode) == 0)
         m_pStream.Reset(fopencookie(this, "w", functions));
@@ -295,24 +305,21 @@ int etlReplaceByLink(const char* szSource, const char* szTarget)
         return -errno;
     RemoveStaleTemps(strTarget);
     // A free temporary name the way the replacer makes one; the link then takes it over.
-    std::string strTemplate = strTarget + kTempMark + "XXXXXX";
-    std::vector<char> vecTemp(strTemplate.begin(), strTemplate.end());
-    vecTemp.push_back('\0');
+    std::string strTemp;
     for (int nTry = 0;; ++nTry) {
-        std::copy(strTemplate.begin(), strTemplate.end(), vecTemp.begin());
-        ETL_BaseHelper::chScopedFd fdTemp(mkostemp(vecTemp.data(), O_CLOEXEC));
+        ETL_BaseHelper::chScopedFd fdTemp(MakeTemp(strTarget, strTemp));
         if (!fdTemp)
             return -errno;
         fdTemp.Reset();
-        (void)unlink(vecTemp.data());
-        if (linkat(AT_FDCWD, strSource.c_str(), AT_FDCWD, vecTemp.data(), AT_SYMLINK_FOLLOW) == 0)
+        (void)unlink(strTemp.c_str());
+        if (linkat(AT_FDCWD, strSource.c_str(), AT_FDCWD, strTemp.c_str(), AT_SYMLINK_FOLLOW) == 0)
             break;
         if (errno != EEXIST || nTry == 3)
             return -errno;
     }
-    if (rename(vecTemp.data(), strTarget.c_str()) != 0) {
+    if (rename(strTemp.c_str(), strTarget.c_str()) != 0) {
         int nErr = -errno;
-        (void)unlink(vecTemp.data());
+        (void)unlink(strTemp.c_str());
         return nErr;
     }
     SyncFolderOf(strTarget);

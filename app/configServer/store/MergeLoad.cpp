@@ -25,7 +25,7 @@ constexpr size_t kMergeBatch = 32;
 
 // The texts a merge brings in live as long as their items and are only read: they go into
 // arenas, names apart from values, so that the chunks of values a later merge replaces empty out
-// whole and are returned.
+// whole and serve again.
 ETL_StringHelper::chTextArena g_nameArena;
 ETL_StringHelper::chTextArena g_valueArena;
 
